@@ -1,0 +1,152 @@
+// The layer-wise growth loop.
+#pragma once
+
+#include <algorithm>
+#include <deque>
+
+#include "core/init_node.hpp"
+#include "core/split_candidate.hpp"
+#include "core/tree.hpp"
+
+namespace arbolin {
+
+template <class X, class Y, class W>
+typename Tree<X, Y, W>::NodeType Tree<X, Y, W>::makePrototype() const {
+    NodeType node;
+    node.CurvatureFlag = CurvatureFlag;
+    node.InteractionFlag = InteractionFlag;
+    node.ChisqFlag = ChisqFlag;
+    node.x = x;
+    node.rowCount = rowCount;
+    node.predictorCount = predictorCount;
+    node.y = y;
+    node.w = w;
+    node.isCat = isCat;
+    node.MaxCat = MaxCat;
+    node.AlgCat = AlgCat;
+    node.classificationCriterion = classificationCriterion;
+    node.regressionCriterion = regressionCriterion;
+    node.ClassCount.assign(classNumber, Y(0));
+    node.ClassProb.assign(classNumber, W(0));
+    node.SampleSize = SampleSize;
+    node.surrogates.x = x;
+    node.surrogates.rowCount = rowCount;
+    node.surrogates.predictorCount = predictorCount;
+    node.surrogates.SurrogateCount = SurrogateCount;
+    node.surrogates.Verbosity = Verbosity;
+    node.RiskTolerance = RiskTolerance;
+    node.stream = stream;
+    node.Verbosity = Verbosity;
+    return node;
+}
+
+// The size of the node vector guessed from the root: (n - MinParent) * 2 / 3
+// / MinLeaf in integers, at least 1.
+inline std::uint64_t estimateNodeCount(std::uint64_t n, std::uint64_t minParent,
+                                       std::uint64_t minLeaf) {
+    if (minParent >= n) {
+        return 1;
+    }
+    const std::uint64_t estimate = (n - minParent) * 2 / 3 / minLeaf;
+    return estimate == 0 ? 1 : estimate;
+}
+
+template <class X, class Y, class W>
+void Tree<X, Y, W>::grow(const RowList& rows) {
+    if (regressionCriterion != nullptr) {
+        RiskTolerance *= regressionCriterion->parent(y, w, rows);
+    }
+    const std::uint64_t estimate = estimateNodeCount(rows.size(), MinParent, MinLeaf);
+
+    std::deque<RowList> queue;
+    queue.push_back(rows);
+    NodeType prototype = makePrototype();
+    prototype.initNode(rows);
+    nodes.assign(estimate, prototype);
+    nodeCount = 1;
+
+    std::uint64_t layer = 0;
+    std::uint64_t nextNode = 0;
+    std::uint64_t totalSplits = 0;
+    std::uint64_t layerSize = 1;
+    while (MaxSplits > totalSplits) {
+        ScalableVector<std::uint64_t> foundNodes;
+        ScalableVector<SplitRows> foundRows;
+        ScalableVector<SplitCandidate<W>> candidates;
+        foundNodes.reserve(layerSize);
+        foundRows.reserve(layerSize);
+        candidates.reserve(layerSize);
+        if (Verbosity != 0) {
+            calyxPrintf("\nProcessing layer %i with maximal number of splits %i...\n", layer,
+                        layerSize);
+        }
+        for (std::uint64_t i = nextNode; i < nextNode + layerSize; ++i) {
+            if (Verbosity != 0) {
+                calyxPrintf("    Splitting node %i...\n", i);
+            }
+            SplitRows split = nodes[i].findBestSplit(queue.front(), MinLeaf, MinParent);
+            queue.pop_front();
+            // A split with one empty side gives the node no children,
+            // whatever its fields say.
+            if (!split.left.empty() && !split.right.empty()) {
+                candidates.push_back({foundRows.size(), nodes[i].Gain});
+                foundNodes.push_back(i);
+                foundRows.push_back(std::move(split));
+            }
+        }
+        const std::uint64_t found = candidates.size();
+        if (Verbosity != 0) {
+            calyxPrintf("    Found %i split candidates.\n", found);
+        }
+        std::uint64_t keep = MaxSplits - totalSplits;
+        if (keep >= found) {
+            keep = found;
+        } else {
+            if (Verbosity != 0) {
+                calyxPrintf("    Will keep only %i splits.\n", keep);
+            }
+            SplitCandidate<W>* first = candidates.data();
+            GainSelection<W>::select(first, first + keep, first + found);
+            for (std::uint64_t k = keep; k < found; ++k) {
+                const std::uint64_t node = foundNodes[candidates[k].index];
+                if (Verbosity > 1) {
+                    calyxPrintf("Unsplitting node %i.\n", node);
+                }
+                nodes[node].unsplit();
+            }
+            // Survivors back in node order, so children follow the layer's order.
+            std::sort(first, first + keep,
+                      [](const auto& a, const auto& b) { return a.index < b.index; });
+        }
+        for (std::uint64_t k = 0; k < keep; ++k) {
+            const std::uint64_t p = foundNodes[candidates[k].index];
+            SplitRows& split = foundRows[candidates[k].index];
+            const std::uint64_t c = nodeCount;
+            if (c + 2 > nodes.size()) {
+                const std::uint64_t length = nodes.size();
+                nodes.resize(length + std::max<std::uint64_t>(c + 2 - length, length), prototype);
+            }
+            queue.push_back(split.left);
+            queue.push_back(split.right);
+            nodes[p].leftChild = c;
+            nodes[p].rightChild = c + 1;
+            nodes[c].id = c;
+            nodes[c + 1].id = c + 1;
+            nodes[c].parent = static_cast<std::int64_t>(p);
+            nodes[c + 1].parent = static_cast<std::int64_t>(p);
+            nodes[c].initNode(split.left);
+            nodes[c + 1].initNode(split.right);
+            nodeCount += 2;
+        }
+        totalSplits += keep;
+        ++layer;
+        nextNode += layerSize;
+        layerSize = keep * 2;
+        if (layerSize == 0) {
+            break;
+        }
+    }
+    nodes.resize(nodeCount);
+}
+
+}  // namespace arbolin

@@ -1,0 +1,41 @@
+// The surrogate splits of one node: splits on other predictors that imitate
+// the node's own.
+#pragma once
+
+#include <cstdint>
+#include <utility>
+
+#include "core/types.hpp"
+
+namespace arbolin {
+
+template <class X, class W>
+struct SurrogateSet {
+    using Levels = ScalableVector<X>;
+
+    const X* x = nullptr;
+    std::uint64_t rowCount = 0;
+    std::uint64_t predictorCount = 0;
+    std::uint64_t SurrogateCount = 0;
+    ScalableVector<std::uint64_t> predictors;  // 0-based
+    ScalableVector<X> cutPoints;
+    ScalableVector<std::pair<Levels, Levels>> levelPairs;  // left, right
+    ScalableVector<std::int64_t> directions;
+    ScalableVector<W> gains;
+    ScalableVector<W> associations;
+    std::uint64_t Verbosity = 0;
+
+    std::size_t size() const { return predictors.size(); }
+
+    // Empties all six lists and gives their memory back.
+    void clear() {
+        ScalableVector<std::uint64_t>().swap(predictors);
+        ScalableVector<X>().swap(cutPoints);
+        ScalableVector<std::pair<Levels, Levels>>().swap(levelPairs);
+        ScalableVector<std::int64_t>().swap(directions);
+        ScalableVector<W>().swap(gains);
+        ScalableVector<W>().swap(associations);
+    }
+};
+
+}  // namespace arbolin

@@ -1,0 +1,47 @@
+// Shared value types of the tree logic.
+#pragma once
+
+#include <cstdint>
+#include <limits>
+#include <utility>
+#include <vector>
+
+#include <oneapi/tbb/scalable_allocator.h>
+
+namespace arbolin {
+
+// Row lists and class vectors come from the scalable allocator: many
+// threads allocate them at once.
+template <class T>
+using ScalableVector = std::vector<T, tbb::scalable_allocator<T>>;
+
+// 0-based row numbers of X.
+using RowList = ScalableVector<std::uint64_t>;
+
+// The rows of the two children, left then right; both empty for a leaf.
+struct SplitRows {
+    RowList left;
+    RowList right;
+};
+
+// The value-to-count conversion used for scalars, rows and classes: truncate
+// toward zero; values of 2^63 and above keep their top bit.
+// NaN and values out of range give the processor's "indefinite integer",
+// the lowest int64, instead of undefined behaviour.
+inline std::int64_t truncateToInt64(double v) {
+    constexpr double twoTo63 = 9223372036854775808.0;
+    if (v < twoTo63 && v >= -twoTo63) {
+        return static_cast<std::int64_t>(v);
+    }
+    return std::numeric_limits<std::int64_t>::min();
+}
+
+inline std::uint64_t toCount(double v) {
+    constexpr double twoTo63 = 9223372036854775808.0;
+    if (v < twoTo63) {
+        return static_cast<std::uint64_t>(truncateToInt64(v));
+    }
+    return static_cast<std::uint64_t>(truncateToInt64(v - twoTo63)) | (std::uint64_t{1} << 63);
+}
+
+}  // namespace arbolin

@@ -1,0 +1,63 @@
+// Makes the tree's one criterion from its keyword.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <utility>
+
+#include "criteria/average_cost_correction.hpp"
+#include "criteria/classif_error.hpp"
+#include "criteria/cost.hpp"
+#include "criteria/custom_classification.hpp"
+#include "criteria/deviance.hpp"
+#include "criteria/gini.hpp"
+#include "criteria/mse.hpp"
+#include "criteria/twoing.hpp"
+#include "gateway/messages.hpp"
+
+namespace arbolin {
+
+template <class Y, class W>
+struct SplitCriteriaFactory {
+    using Classification = ClassificationSplitCriterion<Y, W>;
+    using Regression = RegressionSplitCriterion<Y, W>;
+
+    // First: the classification criterion, second: the regression one; the
+    // caller owns both. Keywords compare whole and case-sensitively. A cost
+    // matrix wraps every classification result but "error", which reads
+    // the matrix itself.
+    static std::pair<Classification*, Regression*> make(const std::string& criterion,
+                                                        const CostMatrix<W>* costs,
+                                                        const std::string& parentFunction,
+                                                        const std::string& kidsFunction) {
+        std::unique_ptr<Classification> classification;
+        std::unique_ptr<Regression> regression;
+        if (criterion == "error") {
+            if (costs != nullptr) {
+                return {new Cost<Y, W>(*costs), nullptr};
+            }
+            return {new ClassifError<Y, W>(), nullptr};
+        }
+        if (criterion == "gini" || criterion == "gdi") {
+            classification = std::make_unique<Gini<Y, W>>();
+        } else if (criterion == "deviance") {
+            classification = std::make_unique<Deviance<Y, W>>();
+        } else if (criterion == "twoing") {
+            classification = std::make_unique<Twoing<Y, W>>();
+        } else if (criterion == "mse") {
+            regression = std::make_unique<MSE<Y, W>>();
+        } else if (criterion == "custom") {
+            classification = std::make_unique<CustomClassificationSplitCriterion<Y, W>>(
+                parentFunction, kidsFunction);
+        } else {
+            raise(tallix::silvan::learning::treeutils::SplitCriteriaFactory::make::BadCriterion());
+        }
+        if (costs != nullptr) {
+            classification = std::make_unique<AverageCostCorrection<Y, W>>(
+                std::move(classification), *costs);
+        }
+        return {classification.release(), regression.release()};
+    }
+};
+
+}  // namespace arbolin

@@ -1,0 +1,26 @@
+#!/usr/bin/env bash
+# Installs the Debian packages that arbolin builds and tests with.
+# Idempotent: says nothing and touches nothing when all are present.
+set -euo pipefail
+
+packages=(
+  build-essential cmake
+  libtbb-dev libboost-dev liblapack64-dev
+  libgtest-dev googletest
+  pybind11-dev python3-dev python3-numpy python3-pytest python3-sklearn
+)
+
+missing=()
+for p in "${packages[@]}"; do
+  if ! dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed'; then
+    missing+=("$p")
+  fi
+done
+[ ${#missing[@]} -eq 0 ] && exit 0
+
+echo "installing: ${missing[*]}"
+sudo=""
+[ "$(id -u)" -ne 0 ] && sudo="sudo"
+export DEBIAN_FRONTEND=noninteractive
+$sudo apt-get update -qq
+$sudo apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
