@@ -1,15 +1,209 @@
 // The search of one node for its best split.
 #pragma once
 
+#include <algorithm>
+#include <limits>
+#include <memory>
+
+#include "columns/child_lists.hpp"
+#include "columns/column_bodies.hpp"
+#include "columns/matched_probability.hpp"
 #include "core/node.hpp"
+#include "core/stream_access.hpp"
 
 namespace arbolin {
 
-// The column search lands with the predictor columns; until then no node
-// finds a split.
+namespace search_detail {
+
+// The predictors of this node: all in order, or a draw from the stream
+// whose order is kept, since it decides ties.
+inline ScalableVector<std::uint64_t> drawPredictors(std::uint64_t sampleSize, std::uint64_t D,
+                                                    StreamHandle* stream) {
+    ScalableVector<std::uint64_t> sampled(sampleSize);
+    if (sampleSize == D) {
+        for (std::uint64_t j = 0; j < D; ++j) {
+            sampled[j] = j;
+        }
+        return sampled;
+    }
+    ScalableVector<double> drawn(sampleSize);
+    lotstream::randkpermFcn(streamOf(*stream), drawn.data(), sampleSize, static_cast<double>(D));
+    for (std::uint64_t i = 0; i < sampleSize; ++i) {
+        sampled[i] = toCount(drawn[i]) - 1;
+    }
+    return sampled;
+}
+
+}  // namespace search_detail
+
 template <class X, class Y, class W>
-SplitRows Node<X, Y, W>::findBestSplit(const RowList&, std::uint64_t, std::uint64_t) {
-    return {};
+SplitRows Node<X, Y, W>::findBestSplit(const RowList& rows, std::uint64_t MinLeaf,
+                                       std::uint64_t MinParent) {
+    // Early exits, in this order. A NaN weight passes the first.
+    if (W(0) >= CorrectedNodeProb) {
+        return {};
+    }
+    if (NodeSize < MinParent) {
+        return {};
+    }
+    const std::uint64_t K = ClassProb.size();
+    bool parallelCriterion;
+    if (classificationCriterion != nullptr) {
+        parallelCriterion = classificationCriterion->allowsParallel();
+        const auto empty = static_cast<std::uint64_t>(
+            std::count(ClassCount.begin(), ClassCount.end(), Y(0)));
+        if (K - 1 <= empty) {
+            return {};  // at most one class present
+        }
+    } else {
+        parallelCriterion = regressionCriterion->allowsParallel();
+        if (RiskTolerance > NodeRisk) {
+            return {};
+        }
+    }
+
+    const ScalableVector<std::uint64_t> sampled =
+        search_detail::drawPredictors(SampleSize, predictorCount, stream);
+
+    RowTable present(predictorCount);
+    RowTable missing(predictorCount);
+    forEachPredictor(sampled, ColumnNaNRemover<X>{x, rowCount, &rows, &present, &missing}, true);
+
+    const bool curvature = CurvatureFlag && sampled.size() >= 2 &&
+                           NodeSize >= std::max<std::uint64_t>(K + 1, 2 * MinLeaf);
+    const bool interaction = curvature && InteractionFlag;
+
+    ColumnTable<X, Y, W> columns(predictorCount);
+    for (std::uint64_t j : sampled) {
+        ColumnSetup<X, Y, W> setup;
+        setup.curvature = curvature;
+        setup.interaction = interaction;
+        setup.nominal = isCat[j];
+        setup.rowCount = rowCount;
+        setup.x = x + rowCount * j;
+        setup.y = y;
+        setup.w = w;
+        setup.present = &present[j];
+        setup.missing = &missing[j];
+        setup.classCount = K;
+        setup.nodeClassProb = &ClassProb;
+        setup.nodeValue = NodeValue;
+        setup.nodeProb = NodeProb;
+        setup.minLeaf = MinLeaf;
+        setup.nodeRisk = NodeRisk;
+        setup.parentProb = CorrectedNodeProb;
+        setup.presentProb = CorrectedNodeProb;
+        setup.classCriterion = classificationCriterion;
+        setup.regressionCriterion = regressionCriterion;
+        setup.maxCat = MaxCat;
+        setup.algCat = AlgCat;
+        setup.fullSort = surrogates.SurrogateCount != 0;
+        setup.verbosity = Verbosity;
+        columns[j] = std::make_unique<IndexedColumn<X, Y, W>>(setup);
+    }
+
+    forEachPredictor(sampled,
+                     ColumnOperator<X, Y, W>{&columns, curvature, interaction, ChisqFlag, Verbosity},
+                     parallelCriterion && Verbosity == 0);
+
+    // Choosing the predictors by curvature.
+    ScalableVector<std::uint64_t> chosen;
+    const ScalableVector<std::uint64_t>* searchList = &sampled;
+    if (curvature) {
+        W bestP = W(0.05);
+        std::uint64_t bestVar = predictorCount;
+        for (std::uint64_t j : sampled) {
+            const W p = columns[j]->pValue_;
+            if (W(0) >= p) {
+                chosen.push_back(j);
+                CurvatureTests.push_back({j, p});
+            }
+            if (bestP > p) {
+                bestP = p;
+                bestVar = j;
+            }
+        }
+        if (chosen.empty()) {
+            // (D, 0.05) goes out as it is when nothing comes under 0.05.
+            CurvatureTests.push_back({bestVar, bestP});
+            if (bestVar < predictorCount) {
+                chosen.push_back(bestVar);
+            }
+        }
+        // Pairs of predictors are tested against single ones only when no
+        // single predictor is conclusive; the pair test comes with the
+        // selection tests, and until then no pair beats bestP.
+        searchList = &chosen;
+    }
+
+    // Exhaustive search.
+    const bool parallelSearch = searchList->size() >= 2 && parallelCriterion && Verbosity == 0;
+    forEachPredictor(*searchList, ColumnSplitter<X, Y, W>{&columns, Verbosity}, parallelSearch);
+    if (searchList->empty()) {
+        return {};
+    }
+
+    // The earliest predictor of the list wins a tie.
+    W best = std::numeric_limits<W>::lowest();
+    IndexedColumn<X, Y, W>* winner = nullptr;
+    std::int64_t winnerIndex = -1;
+    for (std::uint64_t j : *searchList) {
+        if (columns[j]->gain_ > best) {
+            best = columns[j]->gain_;
+            winner = columns[j].get();
+            winnerIndex = static_cast<std::int64_t>(j);
+        }
+    }
+    if (winner == nullptr) {
+        return {};
+    }
+
+    SplitRows result = winner->splitRows(false);
+    CutPoint = winner->cutPoint(false);
+    auto levels = winner->splitLevels(false);
+    LeftLevels = std::move(levels.first);
+    RightLevels = std::move(levels.second);
+    CutVar = winnerIndex;
+    Gain = best;
+
+    if (surrogates.SurrogateCount == 0) {
+        if (!winner->missing_->empty()) {
+            HasUnroutedRows = true;  // those rows go to neither child
+        }
+        return result;
+    }
+
+    std::unique_ptr<IndexedMatchedProbability<W>> left;
+    std::unique_ptr<IndexedMatchedProbability<W>> right;
+    if (classificationCriterion != nullptr) {
+        left = std::make_unique<ClassificationIndexedMatchedProbability<Y, W>>(
+            K, y, w, classificationCriterion);
+        right = std::make_unique<ClassificationIndexedMatchedProbability<Y, W>>(
+            K, y, w, classificationCriterion);
+    } else {
+        left = std::make_unique<RegressionIndexedMatchedProbability<W>>(w);
+        right = std::make_unique<RegressionIndexedMatchedProbability<W>>(w);
+    }
+    left->add(result.left.data(), result.left.data() + result.left.size());
+    right->add(result.right.data(), result.right.data() + result.right.size());
+    W leftP;
+    W rightP;
+    left->get(&leftP);
+    right->get(&rightP);
+    const W minP = std::min(leftP, rightP) / CorrectedNodeProb;
+    if (Verbosity > 3) {
+        calyxPrintf("       minP=%g\n", static_cast<double>(minP));
+    }
+    if (W(0) >= minP) {
+        // The node keeps CutVar, CutPoint and Gain and yet gets no children.
+        return {};
+    }
+    // Rows with a missing value stay unrouted until surrogate splits can
+    // route them.
+    if (!winner->missing_->empty()) {
+        HasUnroutedRows = true;
+    }
+    return result;
 }
 
 }  // namespace arbolin

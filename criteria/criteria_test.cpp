@@ -14,6 +14,13 @@ ClassWeights<W> weights(std::initializer_list<W> v) {
     return ClassWeights<W>(v);
 }
 
+template <class W> using ErrorOf = ClassifError<double, W>;
+template <class W> using GiniOf = Gini<double, W>;
+template <class W> using DevianceOf = Deviance<double, W>;
+template <class W> using TwoingOf = Twoing<double, W>;
+template <class W> using CostOf = Cost<double, W>;
+template <class W> using MseOf = MSE<double, W>;
+
 template <class W>
 class BuiltInCriteria : public ::testing::Test {};
 using WeightTypes = ::testing::Types<double, float>;
@@ -22,23 +29,23 @@ TYPED_TEST_SUITE(BuiltInCriteria, WeightTypes);
 TYPED_TEST(BuiltInCriteria, PureSetsScoreZero) {
     using W = TypeParam;
     const auto v = weights<W>({0, 7.5, 0});
-    EXPECT_EQ(ClassifError<double, W>().parent(v), W(0));
-    EXPECT_EQ(Gini<double, W>().parent(v), W(0));
-    EXPECT_EQ(Deviance<double, W>().parent(v), W(0));
+    EXPECT_EQ(ErrorOf<W>().parent(v), W(0));
+    EXPECT_EQ(GiniOf<W>().parent(v), W(0));
+    EXPECT_EQ(DevianceOf<W>().parent(v), W(0));
 }
 
 TYPED_TEST(BuiltInCriteria, EvenSetsShareOneScale) {
     using W = TypeParam;
     // Two even classes of total 6: error, gini and deviance all give 3.
     const auto two = weights<W>({3, 3});
-    EXPECT_EQ(ClassifError<double, W>().parent(two), W(3));
-    EXPECT_EQ(Gini<double, W>().parent(two), W(3));
-    EXPECT_NEAR(Deviance<double, W>().parent(two), W(3), 1e-6);
+    EXPECT_EQ(ErrorOf<W>().parent(two), W(3));
+    EXPECT_EQ(GiniOf<W>().parent(two), W(3));
+    EXPECT_NEAR(DevianceOf<W>().parent(two), W(3), 1e-6);
     // Four even classes of total 8: deviance 8, gini and error 3/4 of 8.
     const auto four = weights<W>({2, 2, 2, 2});
-    EXPECT_NEAR(Deviance<double, W>().parent(four), W(8), 1e-5);
-    EXPECT_EQ(Gini<double, W>().parent(four), W(6));
-    EXPECT_EQ(ClassifError<double, W>().parent(four), W(6));
+    EXPECT_NEAR(DevianceOf<W>().parent(four), W(8), 1e-5);
+    EXPECT_EQ(GiniOf<W>().parent(four), W(6));
+    EXPECT_EQ(ErrorOf<W>().parent(four), W(6));
 }
 
 TYPED_TEST(BuiltInCriteria, UnevenSet) {
@@ -46,26 +53,26 @@ TYPED_TEST(BuiltInCriteria, UnevenSet) {
     // v = (1, 4, 1), S = 6: gini (1 - (1 + 16 + 1) / 36) * 6 = 3;
     // deviance -(2 (1/6) ln(1/6) + (4/6) ln(4/6)) / (2 ln 2) * 6.
     const auto v = weights<W>({1, 4, 1});
-    EXPECT_NEAR(Gini<double, W>().parent(v), W(3), 1e-6);
+    EXPECT_NEAR(GiniOf<W>().parent(v), W(3), 1e-6);
     const double dev = -(2.0 / 6 * std::log(1.0 / 6) + 4.0 / 6 * std::log(4.0 / 6)) /
                        (2 * std::log(2.0)) * 6;
-    EXPECT_NEAR(Deviance<double, W>().parent(v), dev, 1e-5);
-    EXPECT_EQ(ClassifError<double, W>().parent(v), W(2));
+    EXPECT_NEAR(DevianceOf<W>().parent(v), dev, 1e-5);
+    EXPECT_EQ(ErrorOf<W>().parent(v), W(2));
 }
 
 TYPED_TEST(BuiltInCriteria, EmptyAndWeightlessSets) {
     using W = TypeParam;
     const ClassWeights<W> empty;
-    EXPECT_EQ(Gini<double, W>().parent(empty), W(0));
-    EXPECT_EQ(Deviance<double, W>().parent(empty), W(0));
-    EXPECT_EQ(ClassifError<double, W>().parent(empty), W(0));
+    EXPECT_EQ(GiniOf<W>().parent(empty), W(0));
+    EXPECT_EQ(DevianceOf<W>().parent(empty), W(0));
+    EXPECT_EQ(ErrorOf<W>().parent(empty), W(0));
     // No guard on S: zeros give NaN.
-    EXPECT_TRUE(std::isnan(Gini<double, W>().parent(weights<W>({0, 0}))));
+    EXPECT_TRUE(std::isnan(GiniOf<W>().parent(weights<W>({0, 0}))));
 }
 
 TYPED_TEST(BuiltInCriteria, TwoingSeparation) {
     using W = TypeParam;
-    const Twoing<double, W> twoing;
+    const TwoingOf<W> twoing;
     EXPECT_EQ(twoing.parent(weights<W>({5, 1})), W(0));
     // Same fractions on both sides: no separation.
     EXPECT_EQ(twoing.kids(weights<W>({1, 3}), weights<W>({2, 6})), W(0));
@@ -82,19 +89,19 @@ TYPED_TEST(BuiltInCriteria, CostOfCheapestAssignment) {
     const W data[] = {0, 1, 3, 0};
     const CostMatrix<W> costs{data, 2, 2};
     // v = (2, 5): assign all to 0 costs 5 * 1 = 5, to 1 costs 2 * 3 = 6.
-    EXPECT_EQ(Cost<double, W>(costs).parent(weights<W>({2, 5})), W(5));
+    EXPECT_EQ(CostOf<W>(costs).parent(weights<W>({2, 5})), W(5));
     // Ones off the diagonal equal ClassifError.
     const W ones[] = {0, 1, 1, 1, 0, 1, 1, 1, 0};
     const CostMatrix<W> unit{ones, 3, 3};
     const auto v = weights<W>({1.5, 4, 2});
-    EXPECT_EQ(Cost<double, W>(unit).parent(v), ClassifError<double, W>().parent(v));
+    EXPECT_EQ(CostOf<W>(unit).parent(v), ErrorOf<W>().parent(v));
 }
 
 TYPED_TEST(BuiltInCriteria, MseIsWeightedSumOfSquares) {
     using W = TypeParam;
     const double y[] = {1, 2, 4, 100};
     const W w[] = {1, 2, 1, 9};
-    const MSE<double, W> mse;
+    const MseOf<W> mse;
     // Rows 0..2: mean (1 + 4 + 4) / 4 = 2.25; 1.5625 + 2 * 0.0625 + 3.0625 = 4.75.
     EXPECT_EQ(mse.parent(y, w, RowList{0, 1, 2}), W(4.75));
     EXPECT_EQ(mse.parent(y, w, RowList{3}), W(0));

@@ -1,0 +1,124 @@
+// The exhaustive search of one column for its best split.
+#pragma once
+
+#include <limits>
+#include <memory>
+
+#include "columns/numeric_divisions.hpp"
+#include "criteria/classification_evaluator.hpp"
+#include "criteria/regression_evaluator.hpp"
+
+namespace arbolin {
+
+template <class X, class Y, class W>
+void IndexedColumn<X, Y, W>::exhaustiveSearch() {
+    if (searched_) {
+        return;
+    }
+    searched_ = true;
+    if (!divided_) {
+        divide();
+    }
+    gain_ = std::numeric_limits<W>::lowest();
+    if (Pnotnan_ <= W(0)) {
+        return;
+    }
+    // A property of the criterion, asked and not used.
+    if (classCriterion_ != nullptr) {
+        (void)classCriterion_->usesParent();
+    } else {
+        (void)regressionCriterion_->usesParent();
+    }
+    if (verbosity_ > 2) {
+        calyxPrintf("critParent_ = %g\n", static_cast<double>(critParent_));
+    }
+    if (2 * minLeaf_ > present_->size()) {
+        return;
+    }
+    if (nominal_) {
+        // A nominal predictor is searched through its level tables; without
+        // levels it offers no split.
+        return;
+    }
+    if (divisions_.empty()) {
+        return;
+    }
+    if (verbosity_ > 2) {
+        calyxPrintf("Found %i numeric divisions:\n", divisions_.size());
+        for (std::uint64_t d : divisions_) {
+            calyxPrintf("   idx=%i  pos=%g", d, static_cast<double>(valueAt(d)));
+        }
+        calyxPrintf("\n");
+    }
+
+    ClassWeights<W> Ptot(classCount_, W(0));
+    if (classCriterion_ != nullptr) {
+        for (std::uint64_t r : *present_) {
+            Ptot[toCount(static_cast<double>(y_[r]))] += w_[r];
+        }
+    } else {
+        for (std::uint64_t r : *present_) {
+            Ptot[0] += w_[r];
+        }
+    }
+    W total = 0;
+    for (W v : Ptot) {
+        total += v;
+    }
+    if (total <= W(0)) {
+        return;
+    }
+    if (verbosity_ > 2) {
+        for (std::size_t k = 0; k < Ptot.size(); ++k) {
+            calyxPrintf("  Ptot(%i)=%g", std::uint64_t{k}, static_cast<double>(Ptot[k]));
+        }
+        calyxPrintf("\n");
+    }
+    const W best = findNumericSplitWithBestGain(Ptot);
+    gain_ = critParent_ - best;
+    if (verbosity_ > 2) {
+        calyxPrintf("   gain = %13.10g\n", static_cast<double>(gain_));
+    }
+}
+
+// Visits the divisions from low to high; only a strictly smaller value
+// replaces the best, so the lowest of equal divisions wins and a NaN never
+// does.
+template <class X, class Y, class W>
+W IndexedColumn<X, Y, W>::findNumericSplitWithBestGain(const ClassWeights<W>& Ptot) {
+    std::unique_ptr<SplitCriterionEvaluator<W>> evaluator;
+    if (classCriterion_ != nullptr) {
+        evaluator = std::make_unique<ClassificationSplitCriterionEvaluator<Y, W>>(
+            y_, w_, Ptot, classCriterion_);
+    } else {
+        evaluator = std::make_unique<RegressionSplitCriterionEvaluator<Y, W>>(
+            *present_, y_, w_, regressionCriterion_);
+    }
+    W best = std::numeric_limits<W>::max();
+    const std::uint64_t* rows = present_->data();
+    const std::uint64_t* previous = rows;
+    for (std::uint64_t d : divisions_) {
+        const std::uint64_t* next = rows + d + 1;
+        evaluator->advance(previous, next);
+        previous = next;
+        W c;
+        const EvalResult result = evaluator->evaluate(&c);
+        if (result == EvalResult::BelowEmpty) {
+            continue;
+        }
+        if (result == EvalResult::AboveEmpty) {
+            break;
+        }
+        if (verbosity_ > 3) {
+            calyxPrintf("  critFromKids %13.10g   at split (lower) = %13.10g\n",
+                        static_cast<double>(c), static_cast<double>(valueAt(d)));
+        }
+        if (best > c) {
+            best = c;
+            bestDivision_ = static_cast<std::int64_t>(d);
+        }
+    }
+    return best;
+}
+
+}  // namespace arbolin

@@ -1,0 +1,192 @@
+// One predictor as seen by one node: its rows with and without a value, the
+// rows in order of value, the candidate cuts, and the best split found.
+#pragma once
+
+#include <algorithm>
+#include <cstdint>
+#include <limits>
+#include <utility>
+
+#include "columns/value_sort.hpp"
+#include "core/types.hpp"
+#include "criteria/classification_criterion.hpp"
+#include "criteria/regression_criterion.hpp"
+#include "gateway/numora.hpp"
+
+namespace arbolin {
+
+// What the per-node search hands a new column.
+template <class X, class Y, class W>
+struct ColumnSetup {
+    bool curvature = false;
+    bool interaction = false;
+    bool nominal = false;
+    std::uint64_t rowCount = 0;
+    const X* x = nullptr;  // this predictor's column
+    const Y* y = nullptr;
+    const W* w = nullptr;
+    RowList* present = nullptr;
+    RowList* missing = nullptr;
+    std::uint64_t classCount = 1;
+    const ScalableVector<W>* nodeClassProb = nullptr;
+    W nodeValue = 0;
+    W nodeProb = 0;
+    std::uint64_t minLeaf = 1;
+    W nodeRisk = 0;
+    W parentProb = 0;   // CorrectedNodeProb
+    W presentProb = 0;  // CorrectedNodeProb again, until rows are missing
+    const ClassificationSplitCriterion<Y, W>* classCriterion = nullptr;
+    const RegressionSplitCriterion<Y, W>* regressionCriterion = nullptr;
+    std::uint64_t maxCat = 0;
+    std::uint64_t algCat = 0;
+    bool fullSort = false;  // surrogates in force
+    std::uint64_t verbosity = 0;
+};
+
+template <class X, class Y, class W>
+class IndexedColumn {
+public:
+    explicit IndexedColumn(const ColumnSetup<X, Y, W>& setup);
+    IndexedColumn(const IndexedColumn&) = delete;
+    IndexedColumn& operator=(const IndexedColumn&) = delete;
+
+    void sort();
+    void divide();
+    void divideNumeric();
+    void exhaustiveSearch();
+    W findNumericSplitWithBestGain(const ClassWeights<W>& Ptot);
+    SplitRows splitRows(bool useSurrogate) const;
+    X cutPoint(bool useSurrogate) const;
+    std::pair<ScalableVector<X>, ScalableVector<X>> splitLevels(bool useSurrogate) const;
+
+    X valueAt(std::uint64_t position) const { return x_[(*present_)[position]]; }
+    Y responseAt(std::uint64_t position) const { return y_[(*present_)[position]]; }
+
+    bool sorted_ = false;
+    bool divided_ = false;
+    bool searched_ = false;
+    bool curvature_;
+    bool interaction_;
+    bool nominal_;
+    std::uint64_t rowCount_;
+    const X* x_;
+    const Y* y_;
+    const W* w_;
+    RowList* present_;
+    RowList* missing_;
+    RowList sortedMissing_;
+    ScalableVector<std::uint64_t> divisions_;
+    ScalableVector<RowList> LevelRows;
+    ScalableVector<ScalableVector<X>> LevelValues;
+    ScalableVector<ScalableVector<std::uint64_t>> LevelCounts;
+    ScalableVector<ScalableVector<W>> LevelWeights;
+    ScalableVector<ScalableVector<std::uint64_t>> SortedLevels;
+    std::uint64_t classCount_;
+    const ScalableVector<W>* nodeClassProb_;
+    W nodeValue_;
+    W nodeProb_;
+    std::uint64_t minLeaf_;
+    W critParent_;
+    W pParent_;
+    W Pnotnan_;
+    const ClassificationSplitCriterion<Y, W>* classCriterion_;
+    const RegressionSplitCriterion<Y, W>* regressionCriterion_;
+    W gain_ = std::numeric_limits<W>::lowest();
+    W surrogateGain_ = std::numeric_limits<W>::lowest();
+    std::int64_t bestDivision_ = -1;
+    std::int64_t surrogateDivision_ = -1;
+    ScalableVector<X> LeftValues;
+    ScalableVector<X> RightValues;
+    ScalableVector<X> SurrogateLeftValues;
+    ScalableVector<X> SurrogateRightValues;
+    std::int64_t surrogateSign_ = 0;
+    W pValue_ = 1;
+    std::uint64_t maxCat_;
+    std::uint64_t algCat_;
+    bool fullSort_;
+    std::uint64_t verbosity_;
+};
+
+template <class X, class Y, class W>
+IndexedColumn<X, Y, W>::IndexedColumn(const ColumnSetup<X, Y, W>& s)
+    : curvature_(s.curvature), interaction_(s.interaction), nominal_(s.nominal),
+      rowCount_(s.rowCount), x_(s.x), y_(s.y), w_(s.w), present_(s.present),
+      missing_(s.missing), classCount_(s.classCount), nodeClassProb_(s.nodeClassProb),
+      nodeValue_(s.nodeValue), nodeProb_(s.nodeProb), minLeaf_(s.minLeaf),
+      critParent_(s.nodeRisk), pParent_(s.parentProb), Pnotnan_(s.presentProb),
+      classCriterion_(s.classCriterion), regressionCriterion_(s.regressionCriterion),
+      maxCat_(s.maxCat), algCat_(s.algCat), fullSort_(s.fullSort), verbosity_(s.verbosity) {
+    if (!missing_->empty()) {
+        // Charge the parent's impurity only in the share of the node that
+        // this predictor can see, so that gains of predictors with
+        // different amounts of missing data compare.
+        if (classCriterion_ != nullptr) {
+            ClassWeights<W> raw(classCount_, W(0));
+            for (std::uint64_t r : *present_) {
+                raw[toCount(static_cast<double>(y_[r]))] += w_[r];
+            }
+            ClassWeights<W> corrected(classCount_, W(0));
+            classCriterion_->correct(raw, corrected);
+            Pnotnan_ = 0;
+            for (W v : corrected) {
+                Pnotnan_ += v;
+            }
+        } else {
+            Pnotnan_ = 0;
+            for (std::uint64_t r : *present_) {
+                Pnotnan_ += w_[r];
+            }
+        }
+        if (verbosity_ > 2) {
+            calyxPrintf("pParent = %g   Pnotnan = %g\n", static_cast<double>(pParent_),
+                        static_cast<double>(Pnotnan_));
+        }
+        critParent_ = Pnotnan_ / pParent_ * critParent_;
+    }
+    if (interaction_) {
+        sortedMissing_.assign(missing_->begin(), missing_->end());
+        std::sort(sortedMissing_.begin(), sortedMissing_.end());
+    }
+}
+
+template <class X, class Y, class W>
+void IndexedColumn<X, Y, W>::sort() {
+    sorted_ = true;
+    RowList& rows = *present_;
+    const std::uint64_t n = rows.size();
+    const std::uint64_t m = minLeaf_;
+    if (n < 2 * m) {
+        return;
+    }
+    const X* x = x_;
+    auto byValue = [x](std::uint64_t a, std::uint64_t b) { return x[a] < x[b]; };
+    if (m > 99 && !nominal_ && !fullSort_) {
+        // No leaf may be smaller than m, so no division lies in the outer
+        // blocks: order only the middle, around its two ends.
+        std::nth_element(rows.begin(), rows.begin() + (m - 1), rows.end(), byValue);
+        std::nth_element(rows.begin() + m, rows.begin() + (n - m), rows.end(), byValue);
+        std::sort(rows.begin() + m, rows.begin() + (n - m), byValue);
+        return;
+    }
+    sortRowsByValue(x, rows.data(), rows.data() + n);
+}
+
+template <class X, class Y, class W>
+void IndexedColumn<X, Y, W>::divide() {
+    if (!sorted_) {
+        sort();
+    }
+    divided_ = true;
+    if (present_->size() < 2 * minLeaf_) {
+        return;
+    }
+    if (nominal_) {
+        // The level tables of a nominal predictor come with its search.
+        return;
+    }
+    if (divisions_.empty()) {
+        divideNumeric();
+    }
+}
+
+}  // namespace arbolin

@@ -1,0 +1,149 @@
+// The short list of positions at which a numeric cut is worth evaluating:
+// boundary points where the response changes, between values that are
+// really different numbers, leaving at least minLeaf rows on each side.
+#pragma once
+
+#include "columns/indexed_column.hpp"
+
+namespace arbolin {
+
+// Two values are tied when the midpoint of their sum (summed in X, halved
+// and compared in double) equals one of them: equal or neighbouring
+// numbers. An overflowing sum or a NaN makes them not tied.
+template <class X>
+bool isTied(X a, X b) {
+    const X s = a + b;
+    const double c = static_cast<double>(s) * 0.5;
+    return c == static_cast<double>(a) || c == static_cast<double>(b);
+}
+
+template <class X, class Y, class W>
+void IndexedColumn<X, Y, W>::divideNumeric() {
+    const std::uint64_t n = present_->size();
+    const std::uint64_t m = minLeaf_;
+    auto x = [this](std::uint64_t p) { return valueAt(p); };
+    auto y = [this](std::uint64_t p) { return responseAt(p); };
+
+    // Whole range: the outer positions are taken as they stand, also
+    // under the partial sort.
+    if (isTied(x(0), x(n - 1))) {
+        return;
+    }
+
+    // First block: a response change among pairs (0,1) .. (m-1,m).
+    bool deltaclass = false;
+    for (std::uint64_t k = 0; k < m; ++k) {
+        if (!(y(k) == y(k + 1))) {
+            deltaclass = true;
+            break;
+        }
+    }
+
+    std::uint64_t i;
+    std::uint64_t anchor;
+    X anchorX;
+    X shownLow;  // the pair compared last, for the trace
+    X shownHigh;
+    if (deltaclass) {
+        // The first legal cut at or above the first block is a boundary.
+        const X r = x(m - 1);
+        std::uint64_t p = m;
+        while (p <= n - m && isTied(x(p), r)) {
+            ++p;
+        }
+        if (p > n - m) {
+            return;
+        }
+        divisions_.push_back(p - 1);
+        i = p;
+        anchor = p;
+        anchorX = x(p);
+        shownLow = r;
+        shownHigh = x(p);
+    } else {
+        i = m;
+        anchor = m - 1;
+        anchorX = x(m - 1);
+        shownLow = anchorX;
+        shownHigh = anchorX;
+    }
+    if (verbosity_ > 3) {
+        calyxPrintf("deltaclass after 1st minleaf = %i  divisions:", std::int64_t{deltaclass});
+        for (std::uint64_t d : divisions_) {
+            calyxPrintf("  %i", d);
+        }
+        calyxPrintf("\n");
+    }
+
+    // Middle: a cut at each response change; inside a run of tied values
+    // the cut goes below the run, or waits for the run's end.
+    bool pending = false;
+    while (i != n - m) {
+        const std::uint64_t next = i + 1;
+        if (verbosity_ > 3) {
+            calyxPrintf("  i-1=%i  i0=%i  i+1=%i  x-1=%g  x0=%g  x+1=%g  y=%g  y+1=%g  Ndiv=%i\n",
+                        anchor, i, next, static_cast<double>(anchorX),
+                        static_cast<double>(shownLow), static_cast<double>(shownHigh),
+                        static_cast<double>(y(i)), static_cast<double>(y(next)),
+                        divisions_.size());
+        }
+        const X xi = x(i);
+        const X xn = x(next);
+        shownLow = xi;
+        shownHigh = xn;
+        if (!pending && y(i) == y(next)) {
+            if (!isTied(xi, xn)) {
+                anchorX = xi;
+                anchor = i;
+            }
+            i = next;
+            continue;
+        }
+        std::uint64_t division;
+        if (!isTied(xi, xn)) {
+            division = i;
+        } else if (!isTied(anchorX, xn)) {
+            division = anchor;
+        } else {
+            pending = true;
+            i = next;
+            continue;
+        }
+        divisions_.push_back(division);
+        anchor = next;
+        anchorX = xn;
+        pending = false;
+        i = next;
+    }
+
+    // Last block: a change there gets the highest legal cut, mirrored from
+    // the first block but bounded below only by the last division.
+    bool lastChange = false;
+    for (std::uint64_t q = n - m; q + 1 < n; ++q) {
+        if (!(y(q) == y(q + 1))) {
+            lastChange = true;
+            break;
+        }
+    }
+    if (lastChange) {
+        const std::uint64_t low = divisions_.empty() ? 0 : divisions_.back() + 1;
+        const X r = x(n - m);
+        std::uint64_t q = n - m;
+        while (isTied(x(q), r)) {
+            if (q == low) {
+                return;
+            }
+            --q;
+        }
+        divisions_.push_back(q);
+    }
+    if (verbosity_ > 3) {
+        calyxPrintf("  Ndiv at exit = %i", divisions_.size());
+        if (!divisions_.empty()) {
+            calyxPrintf("  Last division = %i", divisions_.back());
+        }
+        calyxPrintf("\n");
+    }
+}
+
+}  // namespace arbolin

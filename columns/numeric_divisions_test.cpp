@@ -1,0 +1,182 @@
+// Boundary cuts of a sorted column, on the worked cases of the divisions.
+#include <cmath>
+#include <limits>
+#include <numeric>
+#include <random>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "columns/child_lists.hpp"
+#include "criteria/gini.hpp"
+
+namespace arbolin {
+namespace {
+
+// A column over rows 0..n-1 already in order of value.
+struct SortedColumn {
+    std::vector<double> x;
+    std::vector<double> y;
+    std::vector<double> w;
+    RowList present;
+    RowList missing;
+    Gini<double, double> gini;
+    std::unique_ptr<IndexedColumn<double, double, double>> column;
+
+    SortedColumn(std::vector<double> xs, std::vector<double> ys, std::uint64_t minLeaf)
+        : x(std::move(xs)), y(std::move(ys)), w(x.size(), 1.0), present(x.size()) {
+        std::iota(present.begin(), present.end(), 0);
+        ColumnSetup<double, double, double> s;
+        s.rowCount = x.size();
+        s.x = x.data();
+        s.y = y.data();
+        s.w = w.data();
+        s.present = &present;
+        s.missing = &missing;
+        s.classCount = 3;
+        s.minLeaf = minLeaf;
+        s.classCriterion = &gini;
+        s.parentProb = s.presentProb = static_cast<double>(x.size());
+        column = std::make_unique<IndexedColumn<double, double, double>>(s);
+    }
+
+    std::vector<std::uint64_t> divisions() {
+        column->sorted_ = true;  // given in order
+        column->divide();
+        return {column->divisions_.begin(), column->divisions_.end()};
+    }
+};
+
+using Divs = std::vector<std::uint64_t>;
+constexpr double a = 0, b = 1;
+
+TEST(DivideNumeric, CutsAtBoundaries) {
+    // A change inside a tied pair is cut below the run; 2|3 is not listed.
+    EXPECT_EQ(SortedColumn({1, 2, 2, 3, 4}, {a, a, b, b, b}, 1).divisions(), Divs({0}));
+    // Two changes inside a run: below it and at its end.
+    EXPECT_EQ(SortedColumn({0, 1, 1, 1, 2}, {a, a, b, a, a}, 1).divisions(), Divs({0, 3}));
+    // A change in the first block: the first value different from 1 is at 3.
+    EXPECT_EQ(SortedColumn({1, 1, 1, 2}, {a, b, a, a}, 1).divisions(), Divs({2}));
+    // All values tied: nothing.
+    EXPECT_EQ(SortedColumn({1, 1, 1, 1}, {a, b, a, b}, 1).divisions(), Divs({}));
+    // No response change: nothing, although all values differ.
+    EXPECT_EQ(SortedColumn({1, 2, 3, 4}, {a, a, a, a}, 1).divisions(), Divs({}));
+}
+
+TEST(DivideNumeric, LastBlock) {
+    // m = 2: the middle is empty and the last block cuts two against two.
+    EXPECT_EQ(SortedColumn({1, 2, 3, 4}, {a, a, a, b}, 2).divisions(), Divs({1}));
+    // The backward search passes the tied 2s down to position 0.
+    EXPECT_EQ(SortedColumn({1, 2, 2, 4}, {a, a, a, b}, 2).divisions(), Divs({0}));
+}
+
+TEST(DivideNumeric, TiesAreMidpointsThatRoundOntoAValue) {
+    const double next = std::nextafter(1.0, 2.0);
+    EXPECT_TRUE(isTied(1.0, next));
+    EXPECT_EQ(SortedColumn({1.0, next}, {a, b}, 1).divisions(), Divs({}));
+    // The sum of two huge values overflows: they are not tied.
+    EXPECT_FALSE(isTied(1e308, 1e308));
+    EXPECT_TRUE(isTied(2.5f, 2.5f));
+    // In float the sum is rounded to single first.
+    const float f = std::nextafter(1.0f, 2.0f);
+    EXPECT_TRUE(isTied(1.0f, f));
+    EXPECT_FALSE(isTied(1.0f, 1.25f));
+}
+
+TEST(CutPoint, MidpointAboveTiedNeighbours) {
+    const double next = std::nextafter(2.0, 3.0);
+    SortedColumn c({1, 2, next, 4, 5}, {a, a, b, b, b}, 1);
+    c.column->bestDivision_ = 1;
+    EXPECT_EQ(c.column->cutPoint(false), 3.0);  // (2 + 4) / 2, skipping the tied value
+    c.column->bestDivision_ = 0;
+    EXPECT_EQ(c.column->cutPoint(false), 1.5);
+    const SplitRows rows = c.column->splitRows(false);
+    EXPECT_EQ(rows.left, RowList({0}));
+    EXPECT_EQ(rows.right, RowList({1, 2, 3, 4}));
+    c.column->bestDivision_ = -1;
+    EXPECT_TRUE(std::isnan(c.column->cutPoint(false)));
+    EXPECT_TRUE(c.column->splitRows(false).left.empty());
+
+    SortedColumn flat({1, 3, 3, 3}, {a, b, a, b}, 1);
+    flat.column->bestDivision_ = 1;
+    EXPECT_TRUE(std::isnan(flat.column->cutPoint(false)));  // all above tied with x(d)
+}
+
+TEST(ExhaustiveSearch, LowestOfEqualDivisionsWins) {
+    // Classes a b a b with unit weights: cuts at 0, 1, 2 score
+    // gini(1,0)+gini(1,2)=4/3, gini(1,1)+gini(1,1)=2, 4/3: division 0 wins.
+    SortedColumn c({1, 2, 3, 4}, {a, b, a, b}, 1);
+    c.column->critParent_ = 2.0;  // gini of (2, 2)
+    c.column->sorted_ = true;
+    c.column->exhaustiveSearch();
+    EXPECT_EQ(c.column->bestDivision_, 0);
+    EXPECT_NEAR(c.column->gain_, 2.0 - 4.0 / 3, 1e-12);
+    const double gain = c.column->gain_;
+    c.column->exhaustiveSearch();  // a second call changes nothing
+    EXPECT_EQ(c.column->gain_, gain);
+}
+
+TEST(ExhaustiveSearch, ZeroWeightRowsBelowAreSkipped) {
+    SortedColumn c({1, 2, 3, 4, 5}, {a, b, b, a, a}, 1);
+    c.w = {0, 0, 1, 1, 1};
+    c.column->critParent_ = 1.0;
+    c.column->sorted_ = true;
+    c.column->exhaustiveSearch();
+    // Divisions 0, 2; division 0 has no weight below (BelowEmpty), so 2 wins:
+    // rows {b} | {a, a} are pure.
+    EXPECT_EQ(c.column->bestDivision_, 2);
+    EXPECT_EQ(c.column->gain_, 1.0);
+}
+
+TEST(PartialSort, OrdersOnlyTheMiddleForLargeLeaves) {
+    const std::uint64_t n = 250;
+    std::vector<double> x(n), y(n, 0.0);
+    for (std::uint64_t i = 0; i < n; ++i) x[i] = static_cast<double>((i * 97) % n);
+    for (bool fullSort : {false, true}) {
+        SortedColumn c(x, y, 100);
+        c.column->fullSort_ = fullSort;
+        c.column->sort();
+        for (std::uint64_t p = 99; p <= 150; ++p) {
+            EXPECT_EQ(c.x[c.present[p]], static_cast<double>(p)) << p;
+        }
+        if (fullSort) {
+            for (std::uint64_t p = 0; p < n; ++p) EXPECT_EQ(c.x[c.present[p]], double(p));
+        }
+    }
+}
+
+}  // namespace
+}  // namespace arbolin
+
+namespace arbolin {
+namespace {
+
+TEST(SortRowsByValue, OrdersLikeAComparisonSort) {
+    std::mt19937_64 rng(3);
+    for (std::uint64_t n : {0, 1, 100, 300, 5000, 70000}) {
+        std::vector<double> x(n);
+        std::vector<float> xf(n);
+        for (std::uint64_t i = 0; i < n; ++i) {
+            // Negative and positive values, zeros of both signs, many ties.
+            x[i] = static_cast<double>(static_cast<std::int64_t>(rng() % 2001) - 1000) / 8;
+            if (i % 97 == 0) x[i] = -0.0;
+            if (i % 89 == 0) x[i] = 1e300 * ((i & 1) ? 1 : -1);
+            xf[i] = static_cast<float>(x[i]);
+        }
+        RowList rows(n), rowsF(n);
+        std::iota(rows.begin(), rows.end(), 0);
+        std::shuffle(rows.begin(), rows.end(), rng);
+        rowsF = rows;
+        sortRowsByValue(x.data(), rows.data(), rows.data() + n);
+        sortRowsByValue(xf.data(), rowsF.data(), rowsF.data() + n);
+        for (std::uint64_t i = 1; i < n; ++i) {
+            ASSERT_LE(x[rows[i - 1]], x[rows[i]]) << n;
+            ASSERT_LE(xf[rowsF[i - 1]], xf[rowsF[i]]) << n;
+        }
+        std::sort(rows.begin(), rows.end());
+        for (std::uint64_t i = 0; i < n; ++i) ASSERT_EQ(rows[i], i);
+    }
+}
+
+}  // namespace
+}  // namespace arbolin

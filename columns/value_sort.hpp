@@ -1,0 +1,90 @@
+// Orders row numbers by the value of one predictor, fast. Ties may end in
+// any order: nothing downstream depends on it.
+#pragma once
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <cstdint>
+#include <cstring>
+#include <type_traits>
+
+#include "core/types.hpp"
+
+namespace arbolin {
+
+namespace value_sort_detail {
+
+// An unsigned key whose order is the order of the (non-NaN) value.
+template <class X>
+auto sortableKey(X v) {
+    using Bits = std::conditional_t<sizeof(X) == 8, std::uint64_t, std::uint32_t>;
+    const Bits u = std::bit_cast<Bits>(v);
+    constexpr Bits sign = Bits{1} << (sizeof(Bits) * 8 - 1);
+    return (u & sign) ? static_cast<Bits>(~u) : static_cast<Bits>(u | sign);
+}
+
+template <class Key>
+struct Entry {
+    Key key;
+    std::uint64_t row;
+};
+
+// Least-significant-digit radix sort on 8-bit digits, skipping the digits
+// that every key shares (the high bytes of values of one magnitude).
+template <class Key>
+void radixSort(ScalableVector<Entry<Key>>& entries, ScalableVector<Entry<Key>>& scratch) {
+    constexpr int digits = sizeof(Key);
+    std::array<std::array<std::uint64_t, 256>, digits> counts{};
+    for (const auto& e : entries) {
+        for (int d = 0; d < digits; ++d) {
+            ++counts[d][(e.key >> (8 * d)) & 0xFF];
+        }
+    }
+    const std::uint64_t n = entries.size();
+    for (int d = 0; d < digits; ++d) {
+        auto& count = counts[d];
+        if (std::find(count.begin(), count.end(), n) != count.end()) {
+            continue;  // one bucket holds everything: the pass would not move anything
+        }
+        std::uint64_t offset = 0;
+        for (auto& c : count) {
+            const std::uint64_t size = c;
+            c = offset;
+            offset += size;
+        }
+        for (const auto& e : entries) {
+            scratch[count[(e.key >> (8 * d)) & 0xFF]++] = e;
+        }
+        entries.swap(scratch);
+    }
+}
+
+}  // namespace value_sort_detail
+
+template <class X>
+void sortRowsByValue(const X* x, std::uint64_t* first, std::uint64_t* last) {
+    using namespace value_sort_detail;
+    const auto n = static_cast<std::uint64_t>(last - first);
+    if (n < 256) {
+        std::sort(first, last, [x](std::uint64_t a, std::uint64_t b) { return x[a] < x[b]; });
+        return;
+    }
+    using Key = decltype(sortableKey(X{}));
+    ScalableVector<Entry<Key>> entries(n);
+    for (std::uint64_t i = 0; i < n; ++i) {
+        entries[i] = {sortableKey(x[first[i]]), first[i]};
+    }
+    if (n < 4096) {
+        std::sort(entries.begin(), entries.end(),
+                  [](const auto& a, const auto& b) { return a.key < b.key; });
+    } else {
+        ScalableVector<Entry<Key>> scratch(n);
+        radixSort(entries, scratch);
+    }
+    for (std::uint64_t i = 0; i < n; ++i) {
+        first[i] = entries[i].row;
+    }
+}
+
+}  // namespace arbolin

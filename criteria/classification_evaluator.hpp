@@ -1,0 +1,92 @@
+// Carries class weights along a scan and asks the criterion at each division.
+#pragma once
+
+#include "core/types.hpp"
+#include "criteria/classification_criterion.hpp"
+#include "criteria/split_criterion_evaluator.hpp"
+
+namespace arbolin {
+
+template <class Y, class W>
+class ClassificationSplitCriterionEvaluator final : public SplitCriterionEvaluator<W> {
+public:
+    // From the class totals of the set (the column search): the totals are
+    // corrected once here.
+    ClassificationSplitCriterionEvaluator(const Y* y, const W* w, const ClassWeights<W>& totals,
+                                          const ClassificationSplitCriterion<Y, W>* criterion)
+        : y_(y), w_(w), below_(totals.size(), W(0)), totals_(totals.size(), W(0)),
+          criterion_(criterion), correctedBelow_(totals.size()), above_(totals.size()) {
+        criterion_->correct(totals, totals_);
+    }
+
+    // From a list of rows (the surrogate search); without a criterion the
+    // totals stay raw.
+    ClassificationSplitCriterionEvaluator(std::uint64_t K, const RowList& rows, const Y* y,
+                                          const W* w,
+                                          const ClassificationSplitCriterion<Y, W>* criterion)
+        : y_(y), w_(w), below_(K, W(0)), totals_(K, W(0)), criterion_(criterion),
+          correctedBelow_(K), above_(K) {
+        ClassWeights<W> sums(K, W(0));
+        for (std::uint64_t r : rows) {
+            sums[toCount(static_cast<double>(y[r]))] += w[r];
+        }
+        if (criterion_ != nullptr) {
+            criterion_->correct(sums, totals_);
+        } else {
+            totals_ = sums;
+        }
+    }
+
+    ClassificationSplitCriterionEvaluator(const ClassificationSplitCriterionEvaluator&) = delete;
+    ClassificationSplitCriterionEvaluator& operator=(const ClassificationSplitCriterionEvaluator&) =
+        delete;
+
+    void advance(const std::uint64_t* first, const std::uint64_t* last) override {
+        for (; first != last; ++first) {
+            below_[toCount(static_cast<double>(y_[*first]))] += w_[*first];
+        }
+    }
+
+    void reset() override { std::fill(below_.begin(), below_.end(), W(0)); }
+
+    // Both scratch vectors are owned by the evaluator, so a candidate costs
+    // no allocation. The above side is in corrected units because the
+    // correction is one factor per class.
+    EvalResult evaluate(W* result) override {
+        const std::size_t K = below_.size();
+        std::fill(correctedBelow_.begin(), correctedBelow_.end(), W(0));
+        if (criterion_ != nullptr) {
+            criterion_->correct(below_, correctedBelow_);
+        } else {
+            correctedBelow_ = below_;
+        }
+        W belowSum = 0;
+        for (W v : correctedBelow_) {
+            belowSum += v;
+        }
+        if (K == 0 || belowSum <= W(0)) {
+            return EvalResult::BelowEmpty;
+        }
+        W aboveSum = 0;
+        for (std::size_t i = 0; i < K; ++i) {
+            above_[i] = totals_[i] - correctedBelow_[i];
+            aboveSum += above_[i];
+        }
+        if (aboveSum <= W(0)) {
+            return EvalResult::AboveEmpty;
+        }
+        *result = criterion_->kids(correctedBelow_, above_);
+        return EvalResult::Valid;
+    }
+
+private:
+    const Y* y_;
+    const W* w_;
+    ClassWeights<W> below_;   // raw
+    ClassWeights<W> totals_;  // corrected
+    const ClassificationSplitCriterion<Y, W>* criterion_;
+    ClassWeights<W> correctedBelow_;
+    ClassWeights<W> above_;
+};
+
+}  // namespace arbolin

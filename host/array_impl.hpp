@@ -1,0 +1,49 @@
+// The representation of a host array, shared by the files that create, read
+// and copy arrays. Front ends and the module see cxArray as opaque.
+#pragma once
+
+#include <cstdint>
+#include <cstdlib>
+#include <exception>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "host/numora_host.hpp"
+
+struct FreeDeleter {
+    void operator()(void* p) const noexcept { std::free(p); }
+};
+
+struct cxArray {
+    cxClassID classID = cxUNKNOWN_CLASS;
+    std::vector<std::uint64_t> dims;  // at least two
+    std::uint64_t count = 0;          // product of dims
+    // Numeric, logical and char data: 8 bytes of zeroed room per element
+    // (at least 8 bytes), so that reading any class as double stays inside.
+    std::unique_ptr<void, FreeDeleter> data;
+    std::vector<numora::ArrayPtr> cells;  // cell elements, null when unset
+    std::string className;                // object arrays
+    std::vector<std::map<std::string, numora::ArrayPtr, std::less<>>> properties;
+    std::exception_ptr exception;  // exception arrays
+};
+
+namespace numora::detail {
+
+// Bytes of room kept per element of a data-holding array.
+inline constexpr std::uint64_t kElementRoom = 8;
+
+// A new array of class `cls`. Dims shorter than two are padded with 1s and
+// trailing singleton dims past the second are dropped. Data is zero-filled,
+// cells unset, objects without properties. Raises when memory runs out.
+ArrayPtr newArray(cxClassID cls, std::vector<std::uint64_t> dims);
+
+bool holdsData(cxClassID cls) noexcept;
+bool isNumeric(cxClassID cls) noexcept;  // double, single and the integer classes
+std::string classIdName(cxClassID cls);
+
+// An exception array holding `error`.
+ArrayPtr makeExceptionArray(std::exception_ptr error);
+
+}  // namespace numora::detail
