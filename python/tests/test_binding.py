@@ -1,0 +1,278 @@
+"""The Python binding itself: how values cross to the host and back, how
+host errors and Python errors come out, host functions backed by Python
+callables, the capture of printed text, and the checks of calyx's own
+arguments. Values make the round trip through a host function that hands
+back what it gets, called the way the module calls back into the host."""
+
+import os
+import pickle
+import signal
+import subprocess
+import sys
+import threading
+
+import numpy as np
+import pytest
+
+import arbolin
+from arbolin import Cell, HostError, _core
+from conftest import EMPTY, assert_value, make_inputs
+
+
+def echo(*values, nout=None, trap=False):
+    """The values after a trip to the host and back."""
+    nout = len(values) if nout is None else nout
+    return _core._call_host(nout, "echo", list(values), trap=trap,
+                            functions={"echo": lambda *v: v[0] if len(v) == 1 else v})
+
+
+# ------------------------------------------------------------ value mapping
+
+C_ORDER = np.arange(6.0).reshape(2, 3)
+
+ROUND_TRIPS = {
+    "float64 matrix": (C_ORDER, C_ORDER),
+    "column-major matrix": (np.asfortranarray(C_ORDER), C_ORDER),
+    "strided view": (np.arange(12.0).reshape(3, 4)[::2, 1::2], np.array([[1.0, 3.0], [9.0, 11.0]])),
+    "float32 matrix": (C_ORDER.astype(np.float32), C_ORDER.astype(np.float32)),
+    "1-D is a column": (np.array([1.0, 2.0, 3.0]), np.array([[1.0], [2.0], [3.0]])),
+    "0-D is 1 by 1": (np.array(2.5), np.array([[2.5]])),
+    "3-D": (np.arange(24.0).reshape(2, 3, 4), np.arange(24.0).reshape(2, 3, 4)),
+    "trailing 1 dropped": (np.zeros((2, 3, 1)), np.zeros((2, 3))),
+    "empty": (EMPTY, EMPTY),
+    "empty column": (np.zeros((0, 1)), np.zeros((0, 1))),
+    "NaN": (np.array([[np.nan, -np.inf]]), np.array([[np.nan, -np.inf]])),
+    "bool": (np.array([[True, False, True]]), np.array([[True, False, True]])),
+    "float": (2.5, np.array([[2.5]])),
+    "int": (-3, np.array([[-3.0]])),
+    "bool scalar": (True, np.array([[True]])),
+    "numpy scalar": (np.float32(1.5), np.array([[1.5]], np.float32)),
+    "numpy bool": (np.bool_(False), np.array([[False]])),
+    "str": ("gini", "gini"),
+    "empty str": ("", ""),
+    "unicode str": ("Größe", "Größe"),
+    "cell": (Cell((1, 2), [1.0, "a"]), Cell((1, 2), [np.array([[1.0]]), "a"])),
+    "cell with unset": (Cell((2, 1), [None, Cell((0, 0))]), Cell((2, 1), [None, Cell((0, 0))])),
+    "3-D cell": (Cell((1, 1, 2), [None, np.float32(1)]),
+                 Cell((1, 1, 2), [None, np.array([[1]], np.float32)])),
+    "empty cell": (Cell((0, 3)), Cell((0, 3))),
+}
+INTEGERS = [np.int8, np.uint8, np.int16, np.uint16, np.int32, np.uint32, np.int64, np.uint64]
+for t in INTEGERS:
+    values = np.array([[0, 1], [np.iinfo(t).max, np.iinfo(t).min]], dtype=t)
+    ROUND_TRIPS[t.__name__] = (values, values)
+
+
+@pytest.mark.parametrize("value, expected", ROUND_TRIPS.values(), ids=ROUND_TRIPS)
+@pytest.mark.parametrize("trap", [False, True], ids=["call", "trapped-call"])
+def test_value_round_trip(value, expected, trap):
+    (result,) = echo(value, trap=trap)
+    assert_value(result, expected)
+    if isinstance(result, np.ndarray):
+        assert result.flags.owndata  # a copy: the host array is gone
+
+
+def test_several_values_each_way():
+    a, b, c = echo(1.0, "x", Cell((0, 0)))
+    assert_value(a, np.array([[1.0]]))
+    assert (b, c) == ("x", Cell((0, 0)))
+
+
+def test_no_output_wanted_drops_the_return_value():
+    assert echo(1.0, nout=0) == ()
+
+
+@pytest.mark.parametrize("value, error, where", [
+    (None, TypeError, "inputs[0]"),
+    ({"a": 1}, TypeError, "inputs[0]"),
+    (np.zeros(2, complex), TypeError, "complex128"),
+    (np.zeros(2, np.float16), TypeError, "float16"),
+    (np.array(["a"]), TypeError, "inputs[0]"),
+    (np.zeros((2, 2, 2), bool), TypeError, "bool"),
+    (Cell((1, 2), [1.0, object()]), TypeError, "cell element 1"),
+])
+def test_unmappable_input_names_its_position(value, error, where):
+    with pytest.raises(error, match=r"inputs\[0\]") as info:
+        echo(value)
+    assert where in str(info.value)
+
+
+def test_cell_equality():
+    a = Cell((1, 2), [np.array([[1.0]]), None])
+    assert a == Cell((1, 2), [np.array([[1.0]]), None])
+    assert a != Cell((2, 1), [np.array([[1.0]]), None])
+    assert a != Cell((1, 2), [np.array([[1.0]], np.float32), None])
+    assert a != Cell((1, 2), [np.array([1.0]), None])
+    assert a != Cell((1, 2), [1.0, None])
+    assert Cell((1, 1), [np.array([[np.nan]])]) == Cell((1, 1), [np.array([[np.nan]])])
+    assert "Cell((1, 2), [array([[1.]]), None])" == repr(a)
+    with pytest.raises(ValueError):
+        Cell((2, 2), [1.0])
+    with pytest.raises(ValueError):
+        Cell((3,))
+
+
+# ---------------------------------------------------------- host functions
+
+class Failure(Exception):
+    pass
+
+
+@pytest.mark.parametrize("trap", [False, True], ids=["call", "trapped-call"])
+def test_python_error_in_host_function_comes_out_unchanged(trap):
+    failure = Failure("raised in Python")
+
+    def fail(*args):
+        raise failure
+
+    with pytest.raises(Failure) as info:
+        _core._call_host(1, "fail", [1.0], functions={"fail": fail}, trap=trap)
+    assert info.value is failure
+
+
+@pytest.mark.parametrize("result, nout, error, text", [
+    ((1.0,), 1, TypeError, "output 0"),
+    (1.0, 2, TypeError, "tuple or list of 2"),
+    ((1.0,), 2, ValueError, "returned 1 values, 2 wanted"),
+    ([1.0, None], 2, TypeError, "output 1"),
+])
+def test_unmappable_return_value(result, nout, error, text):
+    with pytest.raises(error, match=text):
+        _core._call_host(nout, "f", [], functions={"f": lambda: result})
+
+
+def test_functions_are_registered_for_the_call_only():
+    assert _core._call_host(1, "f", [], functions={"f": lambda: 1.0}) == (np.array([[1.0]]),)
+    with pytest.raises(Failure):
+        _core._call_host(1, "f", [], functions={"f": lambda: (_ for _ in ()).throw(Failure())})
+    for name in ("f", "echo"):
+        with pytest.raises(HostError) as info:
+            _core._call_host(1, name, [])
+        assert info.value.identifier == "numora:function:unknown"
+        assert info.value.args == (name,)
+
+
+def test_calls_from_several_python_threads():
+    # Each call lets go of the interpreter while the module runs. (Host
+    # functions and output capture are host-wide, so these calls use neither.)
+    inputs = make_inputs(np.zeros((3, 1)), np.array([0.0, 1.0, 1.0]))
+    expected = arbolin.calyx(15, inputs)[14]
+    results = []
+    threads = [threading.Thread(target=lambda: results.append(arbolin.calyx(15, inputs)[14]))
+               for _ in range(8)]
+    for t in threads:
+        t.start()
+    for t in threads:
+        t.join()
+    assert len(results) == 8 and all(np.array_equal(r, expected) for r in results)
+
+
+# ------------------------------------------------------------- host errors
+
+def test_host_error_carries_identifier_arguments_and_text():
+    with pytest.raises(HostError) as info:
+        arbolin.calyx(1, [])
+    e = info.value
+    assert e.identifier == "tallix:silvan:learning:treeutils:weaveCanopy:BadNumberOfInputArgs"
+    assert e.args == (20,) and type(e.args[0]) is int
+    assert "20" in e.text
+    assert str(e) == f"{e.identifier}: {e.text}"
+    again = pickle.loads(pickle.dumps(e))
+    assert (again.identifier, again.args, again.text) == (e.identifier, e.args, e.text)
+
+
+def test_interrupt_during_a_call_raises_keyboard_interrupt():
+    # The custom criterion's first call, for the root's risk, plays the user
+    # pressing Ctrl-C; the search of the root then stops at its next check.
+    def impurity(v):
+        os.kill(os.getpid(), signal.SIGINT)
+        return np.array([[1.0]])
+
+    inputs = make_inputs(np.arange(6.0).reshape(6, 1), np.array([0.0, 0, 0, 1, 1, 1]),
+                         criterion=Cell((1, 2), ["impurity", ""]), min_parent=2, max_splits=1)
+    with pytest.raises(KeyboardInterrupt):
+        arbolin.calyx(1, inputs, functions={"impurity": impurity})
+    arbolin.calyx(1, inputs, functions={"impurity": lambda v: np.array([[1.0]])})  # flag cleared
+
+
+def test_module_library_may_be_given_by_environment():
+    env = dict(os.environ, ARBOLIN_MODULE=os.path.join(os.sep, "nowhere", "libnone.so"))
+    code = ("import arbolin\n"
+            "try:\n"
+            "    arbolin.calyx(0, [])\n"
+            "except arbolin.HostError as e:\n"
+            "    print(e.identifier, e.args[0])\n")
+    run = subprocess.run([sys.executable, "-c", code], env=env, capture_output=True, text=True,
+                         check=True)
+    assert run.stdout.split() == ["numora:module:cannotOpen", env["ARBOLIN_MODULE"]]
+
+
+# --------------------------------------------------------- printed output
+
+def verbose_inputs(criterion="gini"):
+    return make_inputs(np.zeros((2, 1)), np.array([0.0, 1.0]), criterion=criterion, verbosity=1)
+
+
+def test_printing_goes_back_to_stdout_after_capture(capfd):
+    out = []
+    arbolin.calyx(0, verbose_inputs(), out=out)
+    with pytest.raises(HostError):
+        arbolin.calyx(0, verbose_inputs("nonsense"), out=[])
+    assert out and capfd.readouterr().out == ""
+    arbolin.calyx(0, verbose_inputs())
+    assert capfd.readouterr().out == "".join(out)
+
+
+# ------------------------------------------------------ calyx's arguments
+
+@pytest.mark.parametrize("kwargs, error, text", [
+    (dict(nout=-1), ValueError, "nout"),
+    (dict(nout=2**40), ValueError, "nout"),
+    (dict(nout=1.0), TypeError, "nout"),
+    (dict(nout=True), TypeError, "nout"),
+    (dict(nout="1"), TypeError, "nout"),
+    (dict(inputs={}), TypeError, "inputs"),
+    (dict(inputs=np.zeros(20)), TypeError, "inputs"),
+    (dict(functions=[("f", print)]), TypeError, "functions"),
+    (dict(functions={"f": 1}), TypeError, "functions"),
+    (dict(functions={1: print}), TypeError, "functions"),
+    (dict(out=()), TypeError, "out"),
+])
+def test_bad_arguments_of_calyx(kwargs, error, text):
+    args = dict(nout=1, inputs=[])
+    args.update(kwargs)
+    nout, inputs = args.pop("nout"), args.pop("inputs")
+    with pytest.raises(error, match=text):
+        arbolin.calyx(nout, inputs, **args)
+
+
+def test_numpy_integer_nout_is_accepted():
+    with pytest.raises(HostError, match="BadNumberOfInputArgs"):
+        arbolin.calyx(np.int64(2), [])
+
+
+# ----------------------------------------------------------------- streams
+
+def test_streams_are_numbered_apart_and_keep_their_seed():
+    a, b = arbolin.Stream(1), arbolin.Stream(1)
+    assert a.id != b.id and (a.seed, b.seed) == (1, 1)
+    assert repr(a) == f"Stream(seed=1, id={a.id})"
+    with pytest.raises(TypeError):
+        arbolin.Stream(-1)
+
+
+
+def test_stream_keeps_its_state_from_call_to_call():
+    # Each predictor splits the classes alike, so the root splits on the one
+    # predictor drawn from the stream.
+    x = np.arange(8.0)
+    inputs = make_inputs(np.column_stack([x * (j + 1) for j in range(4)]), (x >= 4) * 1.0,
+                         sample_size=1, max_splits=1, min_parent=2)
+
+    def cut_vars(stream, calls=8):
+        inputs[18] = stream
+        return [int(arbolin.calyx(7, inputs)[6][0, 0]) for _ in range(calls)]
+
+    drawn = cut_vars(arbolin.Stream(5))
+    assert set(drawn) <= {1, 2, 3, 4} and len(set(drawn)) > 1
+    assert cut_vars(arbolin.Stream(5)) == drawn
