@@ -60,6 +60,10 @@ public:
     std::pair<ScalableVector<X>, ScalableVector<X>> splitLevels(bool useSurrogate) const;
 
     X valueAt(std::uint64_t position) const { return x_[(*present_)[position]]; }
+    // The value at a position, from the sort's copy while it is held.
+    X sortedValueAt(std::uint64_t position) const {
+        return sortedValues_.empty() ? valueAt(position) : sortedValues_[position];
+    }
     Y responseAt(std::uint64_t position) const { return y_[(*present_)[position]]; }
 
     bool sorted_ = false;
@@ -76,6 +80,8 @@ public:
     RowList* missing_;
     RowList sortedMissing_;
     ScalableVector<std::uint64_t> divisions_;
+    // The values of present_ in sorted order, held from sort to divide only.
+    ScalableVector<X> sortedValues_;
     ScalableVector<RowList> LevelRows;
     ScalableVector<ScalableVector<X>> LevelValues;
     ScalableVector<ScalableVector<std::uint64_t>> LevelCounts;
@@ -168,7 +174,7 @@ void IndexedColumn<X, Y, W>::sort() {
         std::sort(rows.begin() + m, rows.begin() + (n - m), byValue);
         return;
     }
-    sortRowsByValue(x, rows.data(), rows.data() + n);
+    sortRowsByValue(x, rows.data(), rows.data() + n, sortedValues_);
 }
 
 template <class X, class Y, class W>
@@ -187,6 +193,7 @@ void IndexedColumn<X, Y, W>::divide() {
     if (divisions_.empty()) {
         divideNumeric();
     }
+    ScalableVector<X>().swap(sortedValues_);
 }
 
 }  // namespace arbolin

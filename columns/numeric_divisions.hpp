@@ -21,7 +21,7 @@ template <class X, class Y, class W>
 void IndexedColumn<X, Y, W>::divideNumeric() {
     const std::uint64_t n = present_->size();
     const std::uint64_t m = minLeaf_;
-    auto x = [this](std::uint64_t p) { return valueAt(p); };
+    auto x = [this](std::uint64_t p) { return sortedValueAt(p); };
     auto y = [this](std::uint64_t p) { return responseAt(p); };
 
     // Whole range: the outer positions are taken as they stand, also

@@ -167,11 +167,19 @@ TEST(SortRowsByValue, OrdersLikeAComparisonSort) {
         std::iota(rows.begin(), rows.end(), 0);
         std::shuffle(rows.begin(), rows.end(), rng);
         rowsF = rows;
-        sortRowsByValue(x.data(), rows.data(), rows.data() + n);
-        sortRowsByValue(xf.data(), rowsF.data(), rowsF.data() + n);
+        ScalableVector<double> values;
+        ScalableVector<float> valuesF;
+        sortRowsByValue(x.data(), rows.data(), rows.data() + n, values);
+        sortRowsByValue(xf.data(), rowsF.data(), rowsF.data() + n, valuesF);
         for (std::uint64_t i = 1; i < n; ++i) {
             ASSERT_LE(x[rows[i - 1]], x[rows[i]]) << n;
             ASSERT_LE(xf[rowsF[i - 1]], xf[rowsF[i]]) << n;
+        }
+        for (std::uint64_t i = 0; i < n; ++i) {
+            // Bit for bit: -0 keeps its sign.
+            ASSERT_EQ(std::signbit(values[i]), std::signbit(x[rows[i]]));
+            ASSERT_EQ(values[i], x[rows[i]]);
+            ASSERT_EQ(valuesF[i], xf[rowsF[i]]);
         }
         std::sort(rows.begin(), rows.end());
         for (std::uint64_t i = 0; i < n; ++i) ASSERT_EQ(rows[i], i);

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <cstring>
 #include <type_traits>
+#include <vector>
 
 #include "core/types.hpp"
 
@@ -30,22 +31,35 @@ struct Entry {
     std::uint64_t row;
 };
 
-// Least-significant-digit radix sort on 8-bit digits, skipping the digits
-// that every key shares (the high bytes of values of one magnitude).
+template <class Key>
+Key valueBits(Key key) {
+    constexpr Key sign = Key{1} << (sizeof(Key) * 8 - 1);
+    return (key & sign) ? static_cast<Key>(key & ~sign) : static_cast<Key>(~key);
+}
+
+template <class X, class Key>
+X valueFromKey(Key key) {
+    return std::bit_cast<X>(valueBits(key));
+}
+
+// Least-significant-digit radix sort on 11-bit digits, skipping the digits
+// that every key shares (the high bits of values of one magnitude).
 template <class Key>
 void radixSort(ScalableVector<Entry<Key>>& entries, ScalableVector<Entry<Key>>& scratch) {
-    constexpr int digits = sizeof(Key);
-    std::array<std::array<std::uint64_t, 256>, digits> counts{};
+    constexpr int bits = 11;
+    constexpr int digits = (sizeof(Key) * 8 + bits - 1) / bits;
+    constexpr Key mask = (Key{1} << bits) - 1;
+    std::vector<std::array<std::uint64_t, 1 << bits>> counts(digits);
     for (const auto& e : entries) {
         for (int d = 0; d < digits; ++d) {
-            ++counts[d][(e.key >> (8 * d)) & 0xFF];
+            ++counts[d][(e.key >> (bits * d)) & mask];
         }
     }
     const std::uint64_t n = entries.size();
     for (int d = 0; d < digits; ++d) {
         auto& count = counts[d];
         if (std::find(count.begin(), count.end(), n) != count.end()) {
-            continue;  // one bucket holds everything: the pass would not move anything
+            continue;  // one bucket holds everything: the pass would move nothing
         }
         std::uint64_t offset = 0;
         for (auto& c : count) {
@@ -54,7 +68,7 @@ void radixSort(ScalableVector<Entry<Key>>& entries, ScalableVector<Entry<Key>>& 
             offset += size;
         }
         for (const auto& e : entries) {
-            scratch[count[(e.key >> (8 * d)) & 0xFF]++] = e;
+            scratch[count[(e.key >> (bits * d)) & mask]++] = e;
         }
         entries.swap(scratch);
     }
@@ -62,12 +76,20 @@ void radixSort(ScalableVector<Entry<Key>>& entries, ScalableVector<Entry<Key>>& 
 
 }  // namespace value_sort_detail
 
+// Sorts the rows of [first, last) by x and writes their values, in the new
+// order, to `values`: the scans that follow read them in sequence instead of
+// jumping through the column.
 template <class X>
-void sortRowsByValue(const X* x, std::uint64_t* first, std::uint64_t* last) {
+void sortRowsByValue(const X* x, std::uint64_t* first, std::uint64_t* last,
+                     ScalableVector<X>& values) {
     using namespace value_sort_detail;
     const auto n = static_cast<std::uint64_t>(last - first);
+    values.resize(n);
     if (n < 256) {
         std::sort(first, last, [x](std::uint64_t a, std::uint64_t b) { return x[a] < x[b]; });
+        for (std::uint64_t i = 0; i < n; ++i) {
+            values[i] = x[first[i]];
+        }
         return;
     }
     using Key = decltype(sortableKey(X{}));
@@ -84,6 +106,7 @@ void sortRowsByValue(const X* x, std::uint64_t* first, std::uint64_t* last) {
     }
     for (std::uint64_t i = 0; i < n; ++i) {
         first[i] = entries[i].row;
+        values[i] = valueFromKey<X>(entries[i].key);
     }
 }
 
