@@ -18,17 +18,8 @@ namespace {
 
 using numora::ArrayPtr;
 
-ArrayPtr scalar(double v) {
-    ArrayPtr a(cxCreateNumericMatrix(1, 1, cxDOUBLE_CLASS, cxREAL));
-    *static_cast<double*>(cxGetData(a.get())) = v;
-    return a;
-}
-
-ArrayPtr flag(bool v) {
-    ArrayPtr a(cxCreateLogicalMatrix(1, 1));
-    *cxGetLogicals(a.get()) = v;
-    return a;
-}
+ArrayPtr scalar(double v) { return ArrayPtr(numora::cxCreateDoubleScalar(v)); }
+ArrayPtr flag(bool v) { return ArrayPtr(numora::cxCreateLogicalScalar(v)); }
 
 ArrayPtr matrix(std::uint64_t m, std::uint64_t n, const std::vector<double>& data) {
     ArrayPtr a(cxCreateNumericMatrix(m, n, cxDOUBLE_CLASS, cxREAL));

@@ -112,3 +112,19 @@ cxArray* cxCreateString(std::string_view text) {
 }
 
 }  // namespace numora
+
+namespace numora {
+
+cxArray* cxCreateDoubleScalar(double value) {
+    cxArray* a = cxCreateNumericMatrix(1, 1, cxDOUBLE_CLASS, cxREAL);
+    *static_cast<double*>(cxGetData(a)) = value;
+    return a;
+}
+
+cxArray* cxCreateLogicalScalar(bool value) {
+    cxArray* a = cxCreateLogicalMatrix(1, 1);
+    *cxGetLogicals(a) = value;
+    return a;
+}
+
+}  // namespace numora

@@ -23,6 +23,8 @@ NUMORA_API cxArray* cxCreateNumericArray(std::uint64_t ndim, const std::uint64_t
                                          cxClassID cls);
 NUMORA_API cxArray* cxCreateCellArray(std::uint64_t ndim, const std::uint64_t* dims);
 NUMORA_API cxArray* cxCreateString(std::string_view text);  // 1 by n char array
+NUMORA_API cxArray* cxCreateDoubleScalar(double value);
+NUMORA_API cxArray* cxCreateLogicalScalar(bool value);
 // Object arrays: `count` elements of class `className`, no properties yet.
 NUMORA_API cxArray* cxCreateObject(const std::string& className, std::uint64_t count = 1);
 NUMORA_API std::string cxGetObjectClassName(const cxArray* a);
