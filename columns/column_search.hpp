@@ -61,10 +61,7 @@ void IndexedColumn<X, Y, W>::exhaustiveSearch() {
             Ptot[0] += w_[r];
         }
     }
-    W total = 0;
-    for (W v : Ptot) {
-        total += v;
-    }
+    const W total = sumInOrder(Ptot);
     if (total <= W(0)) {
         return;
     }

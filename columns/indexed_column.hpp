@@ -133,10 +133,7 @@ IndexedColumn<X, Y, W>::IndexedColumn(const ColumnSetup<X, Y, W>& s)
             }
             ClassWeights<W> corrected(classCount_, W(0));
             classCriterion_->correct(raw, corrected);
-            Pnotnan_ = 0;
-            for (W v : corrected) {
-                Pnotnan_ += v;
-            }
+            Pnotnan_ = sumInOrder(corrected);
         } else {
             Pnotnan_ = 0;
             for (std::uint64_t r : *present_) {

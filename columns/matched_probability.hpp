@@ -28,19 +28,8 @@ public:
             }
         }
     }
-    bool active() const { return length_ != 0; }
-    bool contains(std::uint64_t r) const { return bytes_[r] != 0; }
-
-    // The rows of the range that the mask holds, in order.
-    RowList filter(const std::uint64_t* first, const std::uint64_t* last) const {
-        RowList kept;
-        for (; first != last; ++first) {
-            if (contains(*first)) {
-                kept.push_back(*first);
-            }
-        }
-        return kept;
-    }
+    // Without a mask every row counts.
+    bool counts(std::uint64_t r) const { return length_ == 0 || bytes_[r] != 0; }
 
 private:
     std::uint64_t length_;
@@ -56,33 +45,28 @@ public:
                                             const RowList* maskRows = nullptr)
         : y_(y), w_(w), weights_(K, W(0)), criterion_(criterion), mask_(maskLength, maskRows) {}
 
+    // Rows of the range outside the mask count for nothing; the others are
+    // added in list order.
     void add(const std::uint64_t* first, const std::uint64_t* last) override {
-        if (mask_.active()) {
-            const RowList kept = mask_.filter(first, last);
-            addRows(kept.data(), kept.data() + kept.size());
-        } else {
-            addRows(first, last);
+        for (; first != last; ++first) {
+            if (mask_.counts(*first)) {
+                addRow(*first);
+            }
         }
     }
     void reset() override { std::fill(weights_.begin(), weights_.end(), W(0)); }
     void get(W* result) const override {
-        W sum = 0;
         if (criterion_ == nullptr) {
-            for (W v : weights_) sum += v;
-        } else {
-            ClassWeights<W> corrected(weights_.size(), W(0));
-            criterion_->correct(weights_, corrected);
-            for (W v : corrected) sum += v;
+            *result = sumInOrder(weights_);
+            return;
         }
-        *result = sum;
+        ClassWeights<W> corrected(weights_.size(), W(0));
+        criterion_->correct(weights_, corrected);
+        *result = sumInOrder(corrected);
     }
 
 private:
-    void addRows(const std::uint64_t* first, const std::uint64_t* last) {
-        for (; first != last; ++first) {
-            weights_[toCount(static_cast<double>(y_[*first]))] += w_[*first];
-        }
-    }
+    void addRow(std::uint64_t r) { weights_[toCount(static_cast<double>(y_[r]))] += w_[r]; }
 
     const Y* y_;
     const W* w_;
@@ -98,23 +82,20 @@ public:
                                                  const RowList* maskRows = nullptr)
         : w_(w), mask_(maskLength, maskRows) {}
 
+    // Rows of the range outside the mask count for nothing; the others are
+    // added in list order.
     void add(const std::uint64_t* first, const std::uint64_t* last) override {
-        if (mask_.active()) {
-            const RowList kept = mask_.filter(first, last);
-            addRows(kept.data(), kept.data() + kept.size());
-        } else {
-            addRows(first, last);
+        for (; first != last; ++first) {
+            if (mask_.counts(*first)) {
+                addRow(*first);
+            }
         }
     }
     void reset() override { total_ = 0; }
     void get(W* result) const override { *result = total_; }
 
 private:
-    void addRows(const std::uint64_t* first, const std::uint64_t* last) {
-        for (; first != last; ++first) {
-            total_ += w_[*first];
-        }
-    }
+    void addRow(std::uint64_t r) { total_ += w_[r]; }
 
     const W* w_;
     W total_ = 0;

@@ -62,7 +62,13 @@ void Tree<X, Y, W>::grow(const RowList& rows) {
     queue.push_back(rows);
     NodeType prototype = makePrototype();
     prototype.initNode(rows);
-    nodes.assign(estimate, prototype);
+    // The vector is planned at `length` nodes, but a node is only built when
+    // it is counted: spare entries would be copies of the prototype that
+    // nobody reads, so they stay unbuilt capacity.
+    std::uint64_t length = estimate;
+    nodes.clear();
+    nodes.reserve(length);
+    nodes.push_back(prototype);
     nodeCount = 1;
 
     std::uint64_t layer = 0;
@@ -122,10 +128,12 @@ void Tree<X, Y, W>::grow(const RowList& rows) {
             const std::uint64_t p = foundNodes[candidates[k].index];
             SplitRows& split = foundRows[candidates[k].index];
             const std::uint64_t c = nodeCount;
-            if (c + 2 > nodes.size()) {
-                const std::uint64_t length = nodes.size();
-                nodes.resize(length + std::max<std::uint64_t>(c + 2 - length, length), prototype);
+            if (c + 2 > length) {
+                length += std::max<std::uint64_t>(c + 2 - length, length);
+                nodes.reserve(length);
             }
+            nodes.push_back(prototype);
+            nodes.push_back(prototype);
             queue.push_back(split.left);
             queue.push_back(split.right);
             nodes[p].leftChild = c;
@@ -146,7 +154,6 @@ void Tree<X, Y, W>::grow(const RowList& rows) {
             break;
         }
     }
-    nodes.resize(nodeCount);
 }
 
 }  // namespace arbolin

@@ -40,10 +40,7 @@ void Node<X, Y, W>::initNode(const RowList& rows) {
             s[toCount(static_cast<double>(y[r]))] += w[r];
         }
         ClassProb.assign(s.begin(), s.end());
-        NodeProb = 0;
-        for (W p : ClassProb) {
-            NodeProb += p;
-        }
+        NodeProb = sumInOrder(ClassProb);
         for (W& p : ClassProb) {
             p /= NodeProb;
         }
@@ -67,10 +64,7 @@ void Node<X, Y, W>::initNode(const RowList& rows) {
         }
         classificationCriterion->correct(c, c);
         NodeRisk = classificationCriterion->parent(c);
-        CorrectedNodeProb = 0;
-        for (W v : c) {
-            CorrectedNodeProb += v;
-        }
+        CorrectedNodeProb = sumInOrder(c);
         printStatistics(*this, &c);
         return;
     }

@@ -41,7 +41,7 @@ public:
     StreamHandle* stream = nullptr;
     std::uint64_t Verbosity = 0;
     std::uint64_t nodeCount = 0;
-    ScalableVector<NodeType> nodes;
+    ScalableVector<NodeType> nodes;  // exactly nodeCount nodes once grow returns
 
 private:
     NodeType makePrototype() const;

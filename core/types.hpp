@@ -24,6 +24,17 @@ struct SplitRows {
     RowList right;
 };
 
+// The sum of a list from zero, in list order: the order is part of every
+// result.
+template <class List>
+typename List::value_type sumInOrder(const List& list) {
+    typename List::value_type sum = 0;
+    for (const auto& v : list) {
+        sum += v;
+    }
+    return sum;
+}
+
 // The value-to-count conversion used for scalars, rows and classes: truncate
 // toward zero; values of 2^63 and above keep their top bit.
 // NaN and values out of range give the processor's "indefinite integer",

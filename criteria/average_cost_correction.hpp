@@ -25,10 +25,7 @@ public:
             }
             factors_[i] = rowSum;
         }
-        W total = 0;
-        for (W f : factors_) {
-            total += f;
-        }
+        const W total = sumInOrder(factors_);
         for (W& f : factors_) {
             f /= total;
         }

@@ -13,10 +13,7 @@ public:
         if (v.empty()) {
             return W(0);
         }
-        W sum = 0;
-        for (W x : v) {
-            sum += x;
-        }
+        const W sum = sumInOrder(v);
         W largest = v[0];
         for (std::size_t i = 1; i < v.size(); ++i) {
             if (v[i] > largest) {

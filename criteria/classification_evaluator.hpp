@@ -60,10 +60,7 @@ public:
         } else {
             correctedBelow_ = below_;
         }
-        W belowSum = 0;
-        for (W v : correctedBelow_) {
-            belowSum += v;
-        }
+        const W belowSum = sumInOrder(correctedBelow_);
         if (K == 0 || belowSum <= W(0)) {
             return EvalResult::BelowEmpty;
         }

@@ -13,10 +13,7 @@ public:
     // (-sum p(i) ln p(i) / (2 ln 2)) * S; absent classes contribute nothing,
     // so no logarithm of zero is taken.
     W parent(const ClassWeights<W>& v) const override {
-        W sum = 0;
-        for (W x : v) {
-            sum += x;
-        }
+        const W sum = sumInOrder(v);
         W d = 0;
         for (W x : v) {
             const W p = x / sum;

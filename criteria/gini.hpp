@@ -11,10 +11,7 @@ public:
     // (1 - sum p(i)^2) * S with p(i) = v(i) / S. S = 0 gives NaN on purpose:
     // the search never passes a weightless set.
     W parent(const ClassWeights<W>& v) const override {
-        W sum = 0;
-        for (W x : v) {
-            sum += x;
-        }
+        const W sum = sumInOrder(v);
         W q = 0;
         for (W x : v) {
             const W p = x / sum;

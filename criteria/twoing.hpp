@@ -15,14 +15,8 @@ public:
     // -(L R / 4) (sum_i |a(i)/L - b(i)/R|)^2: at most zero, lower for a
     // better separation. The length of the left vector rules.
     W kids(const ClassWeights<W>& a, const ClassWeights<W>& b) const override {
-        W left = 0;
-        for (W x : a) {
-            left += x;
-        }
-        W right = 0;
-        for (W x : b) {
-            right += x;
-        }
+        const W left = sumInOrder(a);
+        const W right = sumInOrder(b);
         W spread = 0;
         for (std::size_t i = 0; i < a.size(); ++i) {
             spread += std::abs(a[i] / left - b[i] / right);
