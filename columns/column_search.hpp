@@ -52,14 +52,15 @@ void IndexedColumn<X, Y, W>::exhaustiveSearch() {
     }
 
     ClassWeights<W> Ptot(classCount_, W(0));
-    if (classCriterion_ != nullptr) {
-        for (std::uint64_t r : *present_) {
-            Ptot[toCount(static_cast<double>(y_[r]))] += w_[r];
-        }
-    } else {
-        for (std::uint64_t r : *present_) {
-            Ptot[0] += w_[r];
-        }
+    const std::uint64_t* rows = present_->data();
+    const std::size_t n = present_->size();
+    for (std::size_t i = 0; i < n; ++i) {
+        prefetchAhead(w_, rows, i, n);
+        prefetchAhead(y_, rows, i, n);
+        const std::uint64_t r = rows[i];
+        const std::uint64_t k =
+            classCriterion_ != nullptr ? toCount(static_cast<double>(y_[r])) : 0;
+        Ptot[k] += w_[r];
     }
     const W total = sumInOrder(Ptot);
     if (total <= W(0)) {

@@ -16,6 +16,7 @@ void removeNaN(const X* column, const RowList& rows, RowList& present, RowList& 
     std::size_t front = 0;
     std::size_t back = present.size();
     while (front != back) {
+        prefetchAhead(column, present.data(), front, back);
         if (!cxIsNaN(static_cast<double>(column[present[front]]))) {
             ++front;
             continue;

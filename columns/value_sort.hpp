@@ -42,11 +42,10 @@ X valueFromKey(Key key) {
     return std::bit_cast<X>(valueBits(key));
 }
 
-// Least-significant-digit radix sort on 11-bit digits, skipping the digits
-// that every key shares (the high bits of values of one magnitude).
-template <class Key>
+// Least-significant-digit radix sort on digits of `bits` bits, skipping the
+// digits that every key shares (the high bits of values of one magnitude).
+template <int bits, class Key>
 void radixSort(ScalableVector<Entry<Key>>& entries, ScalableVector<Entry<Key>>& scratch) {
-    constexpr int bits = 11;
     constexpr int digits = (sizeof(Key) * 8 + bits - 1) / bits;
     constexpr Key mask = (Key{1} << bits) - 1;
     std::vector<std::array<std::uint64_t, 1 << bits>> counts(digits);
@@ -85,7 +84,7 @@ void sortRowsByValue(const X* x, std::uint64_t* first, std::uint64_t* last,
     using namespace value_sort_detail;
     const auto n = static_cast<std::uint64_t>(last - first);
     values.resize(n);
-    if (n < 256) {
+    if (n < 32) {
         std::sort(first, last, [x](std::uint64_t a, std::uint64_t b) { return x[a] < x[b]; });
         for (std::uint64_t i = 0; i < n; ++i) {
             values[i] = x[first[i]];
@@ -95,14 +94,15 @@ void sortRowsByValue(const X* x, std::uint64_t* first, std::uint64_t* last,
     using Key = decltype(sortableKey(X{}));
     ScalableVector<Entry<Key>> entries(n);
     for (std::uint64_t i = 0; i < n; ++i) {
+        prefetchAhead(x, first, i, n);
         entries[i] = {sortableKey(x[first[i]]), first[i]};
     }
-    if (n < 4096) {
+    if (n < 1024) {
         std::sort(entries.begin(), entries.end(),
                   [](const auto& a, const auto& b) { return a.key < b.key; });
     } else {
         ScalableVector<Entry<Key>> scratch(n);
-        radixSort(entries, scratch);
+        radixSort<11>(entries, scratch);
     }
     for (std::uint64_t i = 0; i < n; ++i) {
         first[i] = entries[i].row;

@@ -35,6 +35,17 @@ typename List::value_type sumInOrder(const List& list) {
     return sum;
 }
 
+// Walks through a row list jump through the data arrays: fetch the value
+// of the row some steps ahead of position i (of n).
+template <class T>
+inline void prefetchAhead(const T* data, const std::uint64_t* rows, std::size_t i,
+                          std::size_t n) {
+    constexpr std::size_t distance = 16;
+    if (i + distance < n) {
+        __builtin_prefetch(data + rows[i + distance]);
+    }
+}
+
 // The value-to-count conversion used for scalars, rows and classes: truncate
 // toward zero; values of 2^63 and above keep their top bit.
 // NaN and values out of range give the processor's "indefinite integer",

@@ -42,8 +42,11 @@ public:
         delete;
 
     void advance(const std::uint64_t* first, const std::uint64_t* last) override {
-        for (; first != last; ++first) {
-            below_[toCount(static_cast<double>(y_[*first]))] += w_[*first];
+        const std::size_t n = static_cast<std::size_t>(last - first);
+        for (std::size_t i = 0; i < n; ++i) {
+            prefetchAhead(y_, first, i, n);
+            prefetchAhead(w_, first, i, n);
+            below_[toCount(static_cast<double>(y_[first[i]]))] += w_[first[i]];
         }
     }
 

@@ -32,8 +32,11 @@ public:
     RegressionSplitCriterionEvaluator& operator=(const RegressionSplitCriterionEvaluator&) = delete;
 
     void advance(const std::uint64_t* first, const std::uint64_t* last) override {
-        for (const std::uint64_t* r = first; r != last; ++r) {
-            belowW_ += w_[*r];
+        const std::size_t n = static_cast<std::size_t>(last - first);
+        for (std::size_t i = 0; i < n; ++i) {
+            prefetchAhead(w_, first, i, n);
+            prefetchAhead(y_, first, i, n);
+            belowW_ += w_[first[i]];
         }
         for (const std::uint64_t* r = first; r != last; ++r) {
             belowWY_ += w_[*r] * static_cast<W>(y_[*r]);
