@@ -276,3 +276,12 @@ def test_stream_keeps_its_state_from_call_to_call():
     drawn = cut_vars(arbolin.Stream(5))
     assert set(drawn) <= {1, 2, 3, 4} and len(set(drawn)) > 1
     assert cut_vars(arbolin.Stream(5)) == drawn
+
+
+def test_module_exports_only_its_two_entry_points():
+    # Everything else stays hidden, so modules cannot clash in the host.
+    library = os.path.join(os.path.dirname(arbolin.__file__), "libarbolin.so")
+    listing = subprocess.run(["nm", "-D", "--defined-only", library], check=True,
+                             capture_output=True, text=True).stdout
+    names = sorted(line.split()[-1] for line in listing.splitlines() if line.strip())
+    assert names == ["calyxFunction", "calyxfilerequiredapiversion"]
