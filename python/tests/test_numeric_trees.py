@@ -625,3 +625,36 @@ def test_progress_text_of_a_tiny_tree(verbosity):
                                            verbosity=verbosity), out=out)
     assert col(dict(zip(OUTPUTS, result)), "CutPoint")[0] == 0.25
     assert "".join(out) == tiny_text(verbosity)
+
+
+# --------------------------------------------------- single against double
+
+@pytest.mark.parametrize("criterion, layers", [("gini", 99), ("deviance", 99), ("mse", 3)])
+def test_single_precision_grows_the_double_tree(criterion, layers):
+    # Values in eighths are exact in both precisions, and the steps of the
+    # response leave the gains far apart, so both trees must have one shape;
+    # statistics agree to single precision. Deep in the regression tree the
+    # small slope makes near-ties that rounding may break either way: only
+    # its first layers are compared.
+    rng = np.random.default_rng(5)
+    n = 120
+    X = np.column_stack([rng.permutation(n), rng.integers(0, 40, n)]) / 8.0
+    step = np.digitize(X[:, 0], [3.0, 9.5]).astype(float)
+    Y = (step if criterion != "mse" else step * 4 + X[:, 1] / 16).reshape(n, 1)
+    W = rng.integers(1, 4, (n, 1)).astype(float)
+    budget = min(2 ** layers - 1, n - 1)
+    double = grow(make_inputs(X, Y, W=W, criterion=criterion, min_parent=4, max_splits=budget))
+    single = grow(make_inputs(X.astype(np.float32), Y.astype(np.float32),
+                              W=W.astype(np.float32), criterion=criterion, min_parent=4,
+                              max_splits=budget))
+    assert double["Children"].shape[1] > 3
+    for name in ("Children", "CutVar", "NodeSize", "Parent", "IsBranch"):
+        np.testing.assert_array_equal(single[name], double[name], err_msg=name)
+    np.testing.assert_array_equal(single["CutPoint"], double["CutPoint"].astype(np.float32))
+    assert single["NodeProb"].dtype == np.float32
+    # Regression gains come from raw sums of squares, whose differences
+    # lose digits in proportion to the largest of them.
+    for name in ("NodeProb", "NodeValue", "NodeRisk", "Gain", "ClassProb"):
+        scale = np.abs(double[name]).max()
+        np.testing.assert_allclose(single[name], double[name], rtol=1e-5, atol=1e-5 * scale,
+                                   err_msg=name)
