@@ -1,7 +1,7 @@
 // Times a full tree on deterministic synthetic data: a 3-class "gini" tree
 // and an "mse" tree, MinParent 10, MinLeaf 1, all predictors, no surrogates.
 //
-//   bench_tree [rows] [predictors] [module path]
+//   bench_tree [rows] [predictors] [gini|mse|both] [module path]
 #include <sys/resource.h>
 
 #include <chrono>
@@ -38,7 +38,8 @@ double peakMegabytes() {
 int main(int argc, char** argv) {
     const std::uint64_t N = argc > 1 ? std::strtoull(argv[1], nullptr, 10) : 1000000;
     const std::uint64_t D = argc > 2 ? std::strtoull(argv[2], nullptr, 10) : 20;
-    const std::string path = argc > 3 ? argv[3] : ARBOLIN_MODULE_PATH;
+    const std::string which = argc > 3 ? argv[3] : "both";
+    const std::string path = argc > 4 ? argv[4] : ARBOLIN_MODULE_PATH;
 
     // Continuous predictors; the response depends on a few of them, plus noise.
     std::mt19937_64 rng(42);
@@ -65,6 +66,9 @@ int main(int argc, char** argv) {
                 static_cast<unsigned long long>(N), static_cast<unsigned long long>(D), before);
 
     for (const char* criterion : {"gini", "mse"}) {
+        if (which != "both" && which != criterion) {
+            continue;
+        }
         const bool regression = std::string(criterion) == "mse";
         ArrayPtr Y = matrix(N, 1, regression ? response : classes);
         ArrayPtr crit(numora::cxCreateString(criterion));
