@@ -134,8 +134,6 @@ void Tree<X, Y, W>::grow(const RowList& rows) {
             }
             nodes.push_back(prototype);
             nodes.push_back(prototype);
-            queue.push_back(split.left);
-            queue.push_back(split.right);
             nodes[p].leftChild = c;
             nodes[p].rightChild = c + 1;
             nodes[c].id = c;
@@ -144,6 +142,9 @@ void Tree<X, Y, W>::grow(const RowList& rows) {
             nodes[c + 1].parent = static_cast<std::int64_t>(p);
             nodes[c].initNode(split.left);
             nodes[c + 1].initNode(split.right);
+            // The lists are not needed here any more: they move to the queue.
+            queue.push_back(std::move(split.left));
+            queue.push_back(std::move(split.right));
             nodeCount += 2;
         }
         totalSplits += keep;
