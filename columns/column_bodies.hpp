@@ -9,7 +9,7 @@
 #include <oneapi/tbb/parallel_for_each.h>
 #include <oneapi/tbb/task_group.h>
 
-#include "columns/column_search.hpp"
+#include "columns/column.hpp"
 #include "columns/remove_nan.hpp"
 
 namespace arbolin {

@@ -36,14 +36,15 @@ void IndexedColumn<X, Y, W>::exhaustiveSearch() {
         return;
     }
     if (nominal_) {
-        // A nominal predictor is searched through its level tables; without
-        // levels it offers no split.
+        if (LevelValues.empty()) {
+            return;
+        }
+        if (verbosity_ > 2) {
+            printLevels();
+        }
+    } else if (divisions_.empty()) {
         return;
-    }
-    if (divisions_.empty()) {
-        return;
-    }
-    if (verbosity_ > 2) {
+    } else if (verbosity_ > 2) {
         calyxPrintf("Found %i numeric divisions:\n", divisions_.size());
         for (std::uint64_t d : divisions_) {
             calyxPrintf("   idx=%i  pos=%g", d, static_cast<double>(valueAt(d)));
@@ -72,10 +73,36 @@ void IndexedColumn<X, Y, W>::exhaustiveSearch() {
         }
         calyxPrintf("\n");
     }
-    const W best = findNumericSplitWithBestGain(Ptot);
+    const W best = nominal_ ? findNominalSplitWithBestGain(Ptot) : findNumericSplitWithBestGain(Ptot);
     gain_ = critParent_ - best;
     if (verbosity_ > 2) {
         calyxPrintf("   gain = %13.10g\n", static_cast<double>(gain_));
+    }
+}
+
+// The level tables as the search sees them.
+template <class X, class Y, class W>
+void IndexedColumn<X, Y, W>::printLevels() const {
+    calyxPrintf("Found %i nominal levels:\n", std::uint64_t{LevelValues.size()});
+    for (std::size_t k = 0; k < SortedLevels.size(); ++k) {
+        calyxPrintf("  Class %i:\n", std::uint64_t{k});
+        for (std::uint64_t c : SortedLevels[k]) {
+            calyxPrintf("     Category %5i:", c);
+            for (X v : LevelValues[c]) {
+                calyxPrintf(" %g", static_cast<double>(v));
+            }
+            calyxPrintf("\n");
+            calyxPrintf("       Class  counts:");
+            for (std::uint64_t count : LevelCounts[c]) {
+                calyxPrintf(" %i", count);
+            }
+            calyxPrintf("\n");
+            calyxPrintf("       Class weights:");
+            for (W weight : LevelWeights[c]) {
+                calyxPrintf(" %g", static_cast<double>(weight));
+            }
+            calyxPrintf("\n");
+        }
     }
 }
 

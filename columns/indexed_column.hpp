@@ -55,6 +55,12 @@ public:
     void divideNumeric();
     void exhaustiveSearch();
     W findNumericSplitWithBestGain(const ClassWeights<W>& Ptot);
+    void buildLevels();
+    void buildClassificationLevels(const ScalableVector<std::uint64_t>& representatives);
+    void buildRegressionLevels(const ScalableVector<std::uint64_t>& representatives);
+    RowList rowsWithValueOf(std::uint64_t representative) const;
+    void printLevels() const;
+    W findNominalSplitWithBestGain(const ClassWeights<W>& Ptot);
     SplitRows splitRows(bool useSurrogate) const;
     X cutPoint(bool useSurrogate) const;
     std::pair<ScalableVector<X>, ScalableVector<X>> splitLevels(bool useSurrogate) const;
@@ -87,6 +93,7 @@ public:
     ScalableVector<ScalableVector<std::uint64_t>> LevelCounts;
     ScalableVector<ScalableVector<W>> LevelWeights;
     ScalableVector<ScalableVector<std::uint64_t>> SortedLevels;
+    bool presentInOrder_ = false;  // present_ known to be sorted by value
     std::uint64_t classCount_;
     const ScalableVector<W>* nodeClassProb_;
     W nodeValue_;
@@ -184,7 +191,7 @@ void IndexedColumn<X, Y, W>::divide() {
         return;
     }
     if (nominal_) {
-        // The level tables of a nominal predictor come with its search.
+        buildLevels();
         return;
     }
     if (divisions_.empty()) {

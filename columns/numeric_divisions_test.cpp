@@ -7,7 +7,7 @@
 
 #include <gtest/gtest.h>
 
-#include "columns/child_lists.hpp"
+#include "columns/column.hpp"
 #include "criteria/gini.hpp"
 
 namespace arbolin {

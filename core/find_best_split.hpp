@@ -5,7 +5,7 @@
 #include <limits>
 #include <memory>
 
-#include "columns/child_lists.hpp"
+#include "columns/column.hpp"
 #include "columns/column_bodies.hpp"
 #include "columns/matched_probability.hpp"
 #include "core/node.hpp"

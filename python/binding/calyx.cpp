@@ -290,6 +290,8 @@ arbolin.HostError.)");
           py::kw_only(), py::arg("functions") = py::none(), py::arg("out") = py::none(),
           py::arg("trap") = false,
           "Calls host function `name` the way the module calls back into the host.");
+    m.def("_fail_next_allocation", &numora::failNextAllocation,
+          "Makes the host's next cxMallocEx return null (for tests).");
 }
 
 }  // namespace arbolin::binding

@@ -1,0 +1,108 @@
+// The nominal scan of a regression tree: the levels stand in rising order of
+// their mean response, and the cuts along that order are scanned.
+#pragma once
+
+#include <algorithm>
+
+#include "columns/indexed_column.hpp"
+#include "criteria/regression_evaluator.hpp"
+#include "nominal/nominal_split.hpp"
+
+namespace arbolin {
+
+template <class X, class Y, class W>
+class RegressionNominalSplitFinder {
+public:
+    explicit RegressionNominalSplitFinder(const IndexedColumn<X, Y, W>& column)
+        : x_(column.x_), y_(column.y_), w_(column.w_), present_(column.present_),
+          levelValues_(&column.LevelValues), LevelSizes(column.LevelCounts.size(), 0),
+          sortedLevels_(&column.SortedLevels), criterion_(column.regressionCriterion_),
+          minLeaf_(column.minLeaf_), verbosity_(column.verbosity_),
+          presentInOrder_(column.presentInOrder_) {
+        for (std::size_t level = 0; level < LevelSizes.size(); ++level) {
+            LevelSizes[level] = sumInOrder(column.LevelCounts[level]);
+        }
+    }
+
+    MethodOutcome<W> findRegressionSplit(NominalSplit& split) const;
+
+    const X* x_;
+    const Y* y_;
+    const W* w_;
+    const RowList* present_;
+    const ScalableVector<ScalableVector<X>>* levelValues_;
+    ScalableVector<std::uint64_t> LevelSizes;
+    const ScalableVector<ScalableVector<std::uint64_t>>* sortedLevels_;
+    const RegressionSplitCriterion<Y, W>* criterion_;
+    std::uint64_t minLeaf_;
+    std::uint64_t verbosity_;
+    bool presentInOrder_;
+};
+
+template <class X, class Y, class W>
+MethodOutcome<W> RegressionNominalSplitFinder<X, Y, W>::findRegressionSplit(
+    NominalSplit& split) const {
+    split.clear();
+    const std::uint64_t L = LevelSizes.size();
+    if (L == 0) {
+        return {};
+    }
+    const RowList& present = *present_;
+    const std::uint64_t N = sumInOrder(LevelSizes);
+    const auto& list = (*sortedLevels_)[0];
+    RegressionSplitCriterionEvaluator<Y, W> evaluator(present, y_, w_, criterion_);
+    W best = std::numeric_limits<W>::max();
+    std::uint64_t bestPosition = L;
+    std::uint64_t Nbelow = 0;
+    RowList levelRows;
+    for (std::uint64_t i = 0; i < L; ++i) {
+        const std::uint64_t c = list[i];
+        Nbelow += LevelSizes[c];
+        if (Nbelow < minLeaf_) {
+            continue;  // counted below, never moved into the sums
+        }
+        if (N - Nbelow < minLeaf_) {
+            break;
+        }
+        // The rows of the level, in list order: one run when the rows are
+        // sorted by value, else a scan of them all.
+        const X value = (*levelValues_)[c][0];
+        levelRows.clear();
+        if (presentInOrder_) {
+            const auto first = std::partition_point(
+                present.begin(), present.end(), [&](std::uint64_t r) { return x_[r] < value; });
+            const auto last = std::partition_point(
+                first, present.end(), [&](std::uint64_t r) { return !(value < x_[r]); });
+            levelRows.assign(first, last);
+        } else {
+            for (std::uint64_t r : present) {
+                if (x_[r] == value) {
+                    levelRows.push_back(r);
+                }
+            }
+        }
+        evaluator.advance(levelRows.data(), levelRows.data() + levelRows.size());
+        W crit;
+        const EvalResult result = evaluator.evaluate(&crit);
+        if (result == EvalResult::BelowEmpty) {
+            continue;
+        }
+        if (result == EvalResult::AboveEmpty) {
+            break;
+        }
+        if (best > crit) {
+            best = crit;
+            bestPosition = i;
+        }
+    }
+    if (bestPosition < L) {
+        split.Left.assign(list.begin(), list.begin() + bestPosition + 1);
+        split.Right.assign(list.begin() + bestPosition + 1, list.end());
+    }
+    if (!split.found()) {
+        return {};
+    }
+    return {true, best};
+}
+
+}  // namespace arbolin
