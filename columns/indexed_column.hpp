@@ -58,7 +58,8 @@ public:
     void buildLevels();
     void buildClassificationLevels(const ScalableVector<std::uint64_t>& representatives);
     void buildRegressionLevels(const ScalableVector<std::uint64_t>& representatives);
-    RowList rowsWithValueOf(std::uint64_t representative) const;
+    template <class F>
+    void forEachRowWithValueOf(std::uint64_t representative, F f) const;
     void printLevels() const;
     W findNominalSplitWithBestGain(const ClassWeights<W>& Ptot);
     SplitRows splitRows(bool useSurrogate) const;

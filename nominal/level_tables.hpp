@@ -9,25 +9,25 @@
 
 namespace arbolin {
 
-// The rows of present_ whose value is that of the row at `representative`,
-// in list order. On rows sorted by value they are one run from there on.
+// Calls f for each row of present_ whose value is that of the row at
+// `representative`, in list order. On rows sorted by value they are one run
+// from there on; otherwise every row is looked at.
 template <class X, class Y, class W>
-RowList IndexedColumn<X, Y, W>::rowsWithValueOf(std::uint64_t representative) const {
+template <class F>
+void IndexedColumn<X, Y, W>::forEachRowWithValueOf(std::uint64_t representative, F f) const {
     const RowList& rows = *present_;
     const X value = x_[rows[representative]];
-    RowList found;
     if (presentInOrder_) {
         for (std::uint64_t p = representative; p < rows.size() && x_[rows[p]] == value; ++p) {
-            found.push_back(rows[p]);
+            f(rows[p]);
         }
-        return found;
+        return;
     }
     for (std::uint64_t r : rows) {
         if (x_[r] == value) {
-            found.push_back(r);
+            f(r);
         }
     }
-    return found;
 }
 
 template <class X, class Y, class W>
@@ -90,14 +90,17 @@ void IndexedColumn<X, Y, W>::buildClassificationLevels(
     std::size_t L = 0;
     for (std::uint64_t representative : representatives) {
         const X value = x_[(*present_)[representative]];
-        RowList rows = rowsWithValueOf(representative);
+        RowList rows;  // kept only for the interaction tests
         ScalableVector<std::uint64_t> counts(K, 0);
         ScalableVector<W> weights(K, W(0));
-        for (std::uint64_t r : rows) {
+        forEachRowWithValueOf(representative, [&](std::uint64_t r) {
             const std::uint64_t k = toCount(static_cast<double>(y_[r]));
             ++counts[k];
             weights[k] += w_[r];
-        }
+            if (interaction_) {
+                rows.push_back(r);
+            }
+        });
         const auto present = std::count_if(counts.begin(), counts.end(),
                                            [](std::uint64_t c) { return c != 0; });
         if (present == 1) {
@@ -186,20 +189,23 @@ void IndexedColumn<X, Y, W>::buildRegressionLevels(
         LevelRows.assign(L, RowList());
     }
     for (std::size_t level = 0; level < L; ++level) {
-        RowList rows = rowsWithValueOf(representatives[level]);
-        LevelValues[level][0] = x_[(*present_)[representatives[level]]];
-        LevelCounts[level][0] = rows.size();
-        if (!rows.empty()) {
-            W weight = 0;
-            for (std::uint64_t r : rows) {
-                weight += w_[r];
+        std::uint64_t count = 0;
+        W weight = 0;
+        W weighted = 0;
+        RowList rows;  // kept only for the curvature tests
+        forEachRowWithValueOf(representatives[level], [&](std::uint64_t r) {
+            ++count;
+            weight += w_[r];
+            weighted += static_cast<W>(y_[r]) * w_[r];
+            if (curvature_) {
+                rows.push_back(r);
             }
+        });
+        LevelValues[level][0] = x_[(*present_)[representatives[level]]];
+        LevelCounts[level][0] = count;
+        if (count != 0) {
             LevelWeights[level][0] = weight;
             if (weight > W(0)) {
-                W weighted = 0;
-                for (std::uint64_t r : rows) {
-                    weighted += static_cast<W>(y_[r]) * w_[r];
-                }
                 means[level] = weighted / weight;
             }
         }

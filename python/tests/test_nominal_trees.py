@@ -1,0 +1,514 @@
+"""Trees on nominal predictors: the level lists that a split writes and the
+rows they route, values of one class merged into one level, the choice among
+the search methods, the partitions found against a brute-force enumeration,
+the errors of the methods, the printed progress, and serial against parallel
+runs."""
+
+import re
+
+import numpy as np
+import pytest
+
+import arbolin
+from arbolin import HostError
+from conftest import OUTPUTS, make_inputs
+from test_numeric_trees import (CRITERIA, class_weights, col, gini, node_risk, node_text,
+                                same_outputs, sse)
+
+ID = "tallix:silvan:learning:treeutils:"
+METHODS = {1: "Exact", 2: "PullLeft", 3: "PCA", 4: "OVAbyClass"}
+FOUND = "     Found nominal split with %i and %i levels by method %s.\n"
+
+
+def run(X, Y, crit=None, verbosity=0, **settings):
+    """All outputs of one call by name, and its printed text. Every
+    predictor is nominal unless `is_cat` says otherwise."""
+    X = np.asarray(X)
+    settings.setdefault("is_cat", np.ones((1, X.shape[1]), dtype=bool))
+    inputs = (crit.inputs if crit else make_inputs)(X, Y, verbosity=verbosity, **settings)
+    out = []
+    return dict(zip(OUTPUTS, arbolin.calyx(22, inputs, out=out))), "".join(out)
+
+
+def methods(text):
+    return re.findall(r"Found nominal split with \d+ and \d+ levels by method (\w+)\.\n", text)
+
+
+def levels(t, i):
+    cell = t["SplitLevels"]                       # n by 2, column-major
+    return cell.data[i], cell.data[cell.shape[0] + i]
+
+
+def root_levels(t):
+    return tuple(None if v is None else v[0].tolist() for v in levels(t, 0))
+
+
+def written(left, right):
+    """Two sides as they go out: each sorted, and the lower values on the
+    left when the sides do not interleave."""
+    left, right = sorted(left), sorted(right)
+    return (right, left) if left[0] > right[-1] else (left, right)
+
+
+# ------------------------------------------------------------ data
+
+def coded(seed, n, k, codes, regression=False):
+    """A nominal column over `codes`, each code in at least one row, with
+    class shares (or mean responses) of its own, and random weights."""
+    rng = np.random.default_rng(seed)
+    level = rng.permutation(np.arange(n) % len(codes))
+    W = rng.uniform(0.2, 3.0, n)
+    if regression:
+        return codes[level], rng.normal(0, 2, len(codes))[level] + rng.standard_normal(n), W
+    shares = rng.dirichlet(np.full(k, 0.6), len(codes))
+    Y = np.array([rng.choice(k, p=shares[c]) for c in level], dtype=float)
+    Y[:k] = np.arange(k)
+    return codes[level], Y, W
+
+
+def random_column(seed, k=1, regression=False):
+    """4 to 8 arbitrary real codes over 30 to 200 rows; some codes may turn
+    out to be seen with one class only."""
+    rng = np.random.default_rng(1000 + seed)
+    codes = rng.choice(np.arange(-40, 60), rng.integers(4, 9), replace=False) * 0.75
+    x, Y, W = coded(seed, int(rng.integers(30, 201)), k, codes, regression)
+    return x[:, None], Y, W
+
+
+def mixed_codes(seed, k, count, n=150):
+    """`count` codes, each seen with classes 0 and 1 at least, so that no
+    value merges with another."""
+    x, Y, W = coded(seed, n, k, np.arange(count) * 1.5 - 4)
+    for c in np.unique(x):
+        Y[np.flatnonzero(x == c)[:2]] = [0, 1]
+    Y[np.flatnonzero(x == x[0])[2]] = k - 1
+    return x[:, None], Y, W
+
+
+def mixed_data(seed, k, regression=False, extra=0, n=160, nan=0.05):
+    """Nominal columns of 6 and of 12 codes around a numeric one (and
+    `extra` numeric ones more), all bearing on the response."""
+    rng = np.random.default_rng(seed)
+    a, b = rng.integers(0, 6, n), rng.integers(0, 12, n)
+    u = rng.random((n, 1 + extra))
+    score = rng.normal(0, 1, 6)[a] + rng.normal(0, 1, 12)[b] + 1.5 * u[:, 0]
+    score += 0.4 * rng.standard_normal(n)
+    X = np.column_stack([(a * 2.5 - 4), u[:, 0], np.round(rng.normal(0, 90, 12), 1)[b], u[:, 1:]])
+    X[rng.random(X.shape) < nan] = np.nan
+    Y = score if regression else np.searchsorted(np.quantile(score, np.arange(1, k) / k),
+                                                 score).astype(float)
+    is_cat = np.zeros((1, X.shape[1]), dtype=bool)
+    is_cat[0, [0, 2]] = True
+    return X, Y, rng.integers(1, 4, n).astype(float), is_cat
+
+
+# ------------------------------------------------------ tree checks
+
+def check_tree(t, crit, X, Y, W, is_cat):
+    """Each node against the rows routed to it: by a nominal split to the
+    side whose list holds the value, by a numeric one by x < CutPoint, a
+    missing value nowhere; the gain is that of the routed rows, the parent's
+    risk charged in the share of weight present. Returns the nominal splits."""
+    k = t["ClassCount"].shape[0]
+    kids = t["Children"].astype(int) - 1
+    risk, gain, cut = col(t, "NodeRisk"), col(t, "Gain"), col(t, "CutPoint")
+    reached, nominal = {0: np.arange(len(Y))}, 0
+    for i in range(t["NodeSize"].shape[0]):
+        rows = reached.pop(i)
+        assert col(t, "NodeSize")[i] == len(rows)
+        np.testing.assert_allclose(risk[i], node_risk(crit, Y[rows], W[rows], k),
+                                   rtol=1e-9, atol=1e-12)
+        left, right = levels(t, i)
+        if not col(t, "IsBranch")[i]:
+            assert left is None and right is None
+            continue
+        j = int(col(t, "CutVar")[i]) - 1
+        x = X[rows, j]
+        present = ~np.isnan(x)
+        if is_cat[0, j]:
+            nominal += 1
+            assert np.isnan(cut[i])
+            for side in (left, right):
+                assert side.dtype == X.dtype and side.shape == (1, side.size)
+                assert (np.diff(side[0]) > 0).all()
+            left, right = left[0], right[0]
+            assert left[0] < right[-1], "sides that do not interleave have the lower values left"
+            assert set(left).isdisjoint(right) and set(left) | set(right) == set(x[present])
+            go = np.isin(x, left), np.isin(x, right)
+        else:
+            assert left is None and right is None and np.isfinite(cut[i])
+            go = x < cut[i], x >= cut[i]
+        assert col(t, "HasUnroutedRows")[i] == (not present.all())
+        sides = [rows[g] for g in go]
+        reached[kids[0, i]], reached[kids[1, i]] = sides
+        share = W[rows][present].sum() / W[rows].sum()
+        if crit.regression:
+            value = sum(sse(Y[s], W[s]) for s in sides)
+        else:
+            value = crit.kids(*(class_weights(Y[s], W[s], k) for s in sides))
+        assert abs(gain[i] - (share * risk[i] - value)) <= 1e-9 * max(risk[0], 1.0)
+    assert not reached
+    return nominal
+
+
+@pytest.mark.parametrize("name, k, alg_cat", [
+    (name, k, alg) for name, k in [("gini", 2), ("gini", 3), ("deviance", 4), ("gini", 5)]
+    for alg in range(5)] + [("mse", 1, 0), ("mse", 1, 4)])
+def test_mixed_tree_is_consistent(name, k, alg_cat):
+    crit = CRITERIA[name]
+    X, Y, W, is_cat = mixed_data(k + alg_cat, k, crit.regression)
+    # MinLeaf 1: with more, a level of fewer rows that a scan passes over
+    # stays out of its running sums, and the gain is not that of the rows.
+    t, text = run(X, Y, crit, verbosity=2, W=W, is_cat=is_cat, alg_cat=alg_cat, max_cat=8,
+                  min_parent=10)
+    assert check_tree(t, crit, X, Y, W, is_cat) >= 2
+    found = set(methods(text))
+    allowed = ({"Regression"} if crit.regression else {"PullLeft"} if k == 2
+               else {METHODS[alg_cat]} if alg_cat
+               else {"Exact", "PCA", "OVAbyClass"} if k <= 4 else {"Exact", "PullLeft", "PCA"})
+    assert found and found <= allowed
+    if k >= 3 and alg_cat == 0:
+        # Six codes are at most MaxCat, twelve are more: both ways are taken.
+        assert "Exact" in found and len(found) >= 2
+
+
+# ------------------------------------------------ merged pure values
+
+@pytest.mark.parametrize("zeros, ones", [([2, 4, 6, 8, 10], [1, 3, 5, 7, 9]),
+                                         ([6, 7, 8, 9, 10], [1, 2, 3, 4, 5])],
+                         ids=["interleaved", "exchanged"])
+def test_values_of_one_class_merge_into_one_level(zeros, ones):
+    # Two rows a value: the class 0 values make level 0, the class 1 values
+    # level 1. The search pulls class 0's level left; the sides are written
+    # with the lower values left when they do not interleave.
+    x = np.repeat(np.array(zeros + ones, dtype=float), 2)
+    Y = np.repeat([0.0, 1.0], 10)
+    t, text = run(x[::-1, None], Y[::-1], verbosity=3, min_parent=2)
+    assert "Found 2 nominal levels:\n" in text
+    assert ("     Category     0:" + "".join(f" {v}" for v in zeros) + "\n"
+            "       Class  counts: 10 0\n       Class weights: 10 0\n") in text
+    assert FOUND % (1, 1, "PullLeft") in text
+    assert root_levels(t) == written(zeros, ones)
+    assert col(t, "NodeSize").tolist() == [20, 10, 10]
+    assert col(t, "Gain").tolist() == [10, 0, 0]
+    assert t["ClassCount"][:, 1].tolist() == ([10, 0] if root_levels(t)[0] == zeros else [0, 10])
+
+
+@pytest.mark.parametrize("alg_cat, counts", [(1, (2, 1)), (2, (1, 2)), (3, None), (4, (2, 1))])
+def test_every_method_finds_the_merged_level_of_class_2(alg_cat, counts):
+    # Codes 3 (classes 0 0 1) and 4 (0 1 1) are levels 0 and 1; codes 1 and
+    # 2 are seen with class 2 only and make level 2. Of the three partitions
+    # {0, 1} | {2} leaves 6 / 2 + 0 = 3 against 4 / 3 + 4 twice; the root's
+    # risk is 10 (1 - 0.34). The finders leave {0, 1} left (PullLeft {2}),
+    # which goes out exchanged.
+    x = np.array([3, 1, 4, 3, 2, 4, 1, 3, 2, 4.0])
+    Y = np.array([0, 2, 0, 0, 2, 1, 2, 1, 2, 1.0])
+    t, text = run(x[:, None], Y, verbosity=3, alg_cat=alg_cat, min_parent=2, max_splits=1)
+    assert "Found 3 nominal levels:\n" in text and "     Category     2: 1 2\n" in text
+    printed = re.findall(r"with (\d) and (\d) levels by method (\w+)", text)
+    assert [p[2] for p in printed] == [METHODS[alg_cat]]
+    assert counts is None or tuple(map(int, printed[0][:2])) == counts
+    assert root_levels(t) == ([1, 2], [3, 4])
+    assert t["ClassCount"].tolist() == [[3, 0, 3], [3, 0, 3], [4, 4, 0]]
+    np.testing.assert_allclose(col(t, "Gain")[0], gini(np.array([3, 3, 4.0])) - 3, rtol=1e-14)
+
+
+@pytest.mark.parametrize("means, left, right", [
+    ({3: 0, 4: 1, 1: 10, 2: 11}, [1, 2], [3, 4]),
+    ({1: 0, 4: 1, 2: 10, 3: 11}, [1, 4], [2, 3]),
+    ({2: 0, 3: 1, 1: 10, 4: 11}, [2, 3], [1, 4])], ids=["exchanged", "kept", "kept-inside"])
+def test_regression_sides_exchange_only_when_apart(means, left, right):
+    # The levels in rising order of mean; the cut in the middle leaves
+    # 0.5 + 0.5 of the root's 101. The scan puts the lower means left: 3, 4
+    # is exchanged for 1, 2, while interleaving sides stay as found.
+    x = np.array(list(means), dtype=float)
+    t, text = run(x[:, None], np.array(list(means.values()), dtype=float), criterion="mse",
+                  verbosity=2, min_parent=2, max_splits=1)
+    assert FOUND % (2, 2, "Regression") in text
+    assert root_levels(t) == (left, right)
+    assert col(t, "Gain")[0] == 100 and col(t, "NodeRisk").tolist() == [101, 0.5, 0.5]
+    assert col(t, "NodeValue")[1] == np.mean([means[v] for v in left])
+
+
+# ---------------------------------------------------- method choice
+
+def root_only(X, Y, W, **settings):
+    return run(X, Y, verbosity=2, W=W, min_parent=2, max_splits=1, **settings)
+
+
+@pytest.mark.parametrize("k, count, seed", [(3, 8, 4), (3, 7, 3), (4, 10, 9), (5, 8, 3),
+                                            (5, 10, 9), (5, 7, 5), (6, 8, 0)])
+def test_automatic_choice_by_levels_and_classes(k, count, seed):
+    # Data where the later of the two methods wins (3, 8, 4 and 4, 10, 9 by
+    # one against all; 5, 10, 9 and 6, 8, 0 by the scores), the earlier wins
+    # (5, 8, 3), and all methods tie (3, 7, 3 and 5, 7, 5).
+    X, Y, W = mixed_codes(seed, k, count)
+    alone, gains = {}, {}
+    for alg, name in METHODS.items():
+        alone[alg], text = root_only(X, Y, W, alg_cat=alg)
+        assert methods(text) == [name]
+        gains[alg] = col(alone[alg], "Gain")[0]
+    assert max(gains.values()) <= gains[1] * (1 + 1e-12), "no method beats the enumeration"
+    # L at most MaxCat: the enumeration alone; above it two methods, the
+    # earlier of equal ones standing.
+    first, second = (3, 4) if k <= 4 else (2, 3)
+    winner = second if gains[second] > gains[first] else first
+    for max_cat, alg in [(count, 1), (count + 5, 1), (count - 1, winner), (1, winner)]:
+        t, text = root_only(X, Y, W, alg_cat=0, max_cat=max_cat)
+        assert methods(text) == [METHODS[alg]], f"MaxCat {max_cat}"
+        same_outputs(list(t.values()), list(alone[alg].values()))
+
+
+@pytest.mark.parametrize("alg_cat, max_cat", [(0, 2), (0, 50), (1, 10), (3, 10), (4, 10),
+                                              (5, 10), (7, 10)])
+def test_two_classes_always_pull_left(alg_cat, max_cat):
+    X, Y, W = mixed_codes(2, 2, 9)
+    t, text = root_only(X, Y, W, alg_cat=alg_cat, max_cat=max_cat)
+    assert methods(text) == ["PullLeft"]
+    same_outputs(list(t.values()), list(root_only(X, Y, W, alg_cat=2)[0].values()))
+
+
+# ----------------------------------------------------------- errors
+
+@pytest.mark.parametrize("alg_cat", [5, 7])
+@pytest.mark.parametrize("k, criterion, nominal, fails", [
+    (3, "gini", True, True), (5, "gini", True, True), (3, "gini", False, False),
+    (3, "mse", True, False)], ids=["3-classes", "5-classes", "numeric-only", "regression"])
+def test_unknown_method_code(k, criterion, nominal, fails, alg_cat):
+    # Refused at the first nominal search with three classes or more, and
+    # never looked at otherwise (two classes: see above).
+    X, Y, W = mixed_codes(k, k, 5)
+    settings = dict(W=W, criterion=criterion, is_cat=np.full((1, 1), nominal))
+    if not fails:
+        same_outputs(list(run(X, Y, alg_cat=alg_cat, **settings)[0].values()),
+                     list(run(X, Y, **settings)[0].values()))
+        return
+    with pytest.raises(HostError) as info:
+        run(X, Y, alg_cat=alg_cat, **settings)
+    assert info.value.identifier == ID + "IndexedColumn:findNominalSplitWithBestGain:BadAlgCat"
+    assert info.value.args == ()
+
+
+@pytest.mark.parametrize("alg_cat, max_cat", [(1, 10), (0, 64)])
+def test_enumeration_refuses_64_levels(alg_cat, max_cat):
+    # 64 codes, each with two classes: none merges.
+    x = np.repeat(np.arange(64.0), 2)[:, None]
+    Y = np.ravel([[v % 3, (v + 1) % 3] for v in range(64)]).astype(float)
+    with pytest.raises(HostError) as info:
+        run(x, Y, alg_cat=alg_cat, max_cat=max_cat, max_splits=1)
+    assert info.value.identifier == ID + "ClassificationNominalSplitFinder:exact:TooManyLevels"
+    assert info.value.args == (64,)
+    t, text = run(x, Y, verbosity=2, max_cat=63, max_splits=1)
+    assert methods(text) and set(methods(text)) <= {"PCA", "OVAbyClass"}
+
+
+@pytest.mark.parametrize("k", [3, 4])
+def test_failed_host_allocation_in_pca(k):
+    X, Y, W = mixed_codes(k, k, 6)
+    inputs = make_inputs(X, Y, W=W, is_cat=np.ones((1, 1), bool), alg_cat=3, max_splits=1)
+    expected = arbolin.calyx(22, inputs)
+    arbolin._core._fail_next_allocation()
+    with pytest.raises(HostError) as info:
+        arbolin.calyx(22, inputs)
+    assert info.value.identifier == ID + "ClassificationNominalSplitFinder:pca:MemoryLessThanXBytes"
+    assert info.value.args == (k * k * 8,)
+    same_outputs(arbolin.calyx(22, inputs), expected)
+
+
+# ------------------------------------------- against an enumeration
+
+def class_levels(x, Y, W, k):
+    """The levels of a classification search as (values, class weights):
+    values seen with two classes or more one a level, in rising order, then
+    the values seen with one class only, one level a class."""
+    ordinary, pure = [], {}
+    for v in np.unique(x):
+        seen = np.unique(Y[x == v]).astype(int)
+        if len(seen) == 1:
+            pure.setdefault(seen[0], []).append(v)
+        else:
+            ordinary.append([v])
+    groups = ordinary + [pure[c] for c in sorted(pure)]
+    return [(g, class_weights(Y[np.isin(x, g)], W[np.isin(x, g)], k)) for g in groups]
+
+
+def best_partitions(groups, value):
+    """Every partition of the levels into two sides, the last level on the
+    second, as (crit, first side, second side), best first."""
+    found = []
+    for mask in range(1, 2 ** (len(groups) - 1)):
+        sides = [[c for c in range(len(groups)) if (mask >> c & 1) == bit] for bit in (1, 0)]
+        found.append((value(*sides), *sides))
+    return sorted(found, key=lambda f: f[0])
+
+
+def class_value(crit, groups):
+    return lambda a, b: crit.kids(*(sum(groups[c][1] for c in s) for s in (a, b)))
+
+
+def check_root(crit, X, Y, W, k, groups, value, first_left, **settings):
+    """The root's gain against the best partition; when that is unique, the
+    written levels too. `first_left(side)` tells whether the finder leaves
+    a side of the best partition on the left."""
+    t, _ = run(X, Y, crit, W=W, min_parent=2, max_splits=1, **settings)
+    root = node_risk(crit, Y, W, k)
+    ranked = best_partitions(groups, value)
+    best, scale = ranked[0][0], max(abs(root - ranked[0][0]), root)
+    np.testing.assert_allclose(col(t, "NodeRisk")[0], root, rtol=1e-12)
+    assert abs(col(t, "Gain")[0] - (root - best)) <= 1e-12 * scale
+    if len(ranked) > 1 and ranked[1][0] - best <= 1e-9 * scale:
+        return
+    sides = ranked[0][1:] if first_left(ranked[0][1]) else ranked[0][:0:-1]
+    values = [sorted(v for c in side for v in groups[c][0]) for side in sides]
+    assert root_levels(t) == written(*values)
+
+
+@pytest.mark.parametrize("seed", range(4))
+@pytest.mark.parametrize("name", ["gini", "deviance"])
+def test_two_class_search_reaches_the_best_partition(name, seed):
+    crit = CRITERIA[name]
+    X, Y, W = random_column(seed, 2)
+    groups = class_levels(X[:, 0], Y, W, 2)
+    # The levels are pulled in falling order of class 0's share.
+    lead = max(range(len(groups)), key=lambda c: groups[c][1][0] / groups[c][1].sum())
+    check_root(crit, X, Y, W, 2, groups, class_value(crit, groups), lambda side: lead in side)
+
+
+@pytest.mark.parametrize("name, k", [("gini", 3), ("deviance", 3), ("gini", 4), ("twoing", 4),
+                                     ("gini-cost", 3), ("deviance", 5)])
+def test_exact_method_reaches_the_best_partition(name, k):
+    crit = CRITERIA[name]
+    for seed in range(4):
+        X, Y, W = random_column(10 * k + seed, k)
+        groups = class_levels(X[:, 0], Y, W, k)
+        # The enumeration keeps the last level on the right, as the finder does.
+        check_root(crit, X, Y, W, k, groups, class_value(crit, groups), lambda side: True,
+                   alg_cat=1)
+
+
+@pytest.mark.parametrize("seed", range(6))
+def test_regression_scan_reaches_the_best_partition(seed):
+    X, Y, W = random_column(seed, regression=True)
+    x, values = X[:, 0], np.unique(X)
+    groups = [([v], None) for v in values]
+    mean = [np.average(Y[x == v], weights=W[x == v]) for v in values]
+    pick = lambda side: np.isin(x, values[side])
+    check_root(CRITERIA["mse"], X, Y, W, 1, groups,
+               lambda a, b: sum(sse(Y[pick(s)], W[pick(s)]) for s in (a, b)),
+               lambda side: int(np.argmin(mean)) in side)
+
+
+# ---------------------------------------------------------- printing
+
+def level_table(table, lists):
+    text = f"Found {len(table)} nominal levels:\n"
+    for k, order in enumerate(lists):
+        text += f"  Class {k}:\n"
+        for c in order:
+            values, counts = table[c]
+            text += ("     Category %5i:" % c + "".join(f" {v:g}" for v in values) + "\n"
+                     "       Class  counts:" + "".join(f" {n}" for n in counts) + "\n"
+                     "       Class weights:" + "".join(f" {n:g}" for n in counts) + "\n")
+    return text
+
+
+def progress(verbosity, table, lists, nodes, search, found):
+    """The text of a root-only tree on one nominal predictor of unit
+    weights; `nodes` are the (class counts, risk) of the root and its
+    children, `search` the method's own lines by verbosity."""
+    shown = [node_text(sum(c), np.array(c) / sum(c), c, r) for c, r in nodes]
+    text = shown[0] + "\nProcessing layer 0 with maximal number of splits 1...\n"
+    text += "    Splitting node 0...\n"
+    if verbosity >= 2:
+        text += "Sorting variable 0...\nDividing variable 0...\n"
+    if verbosity >= 4:
+        text += "Sorted categories per class:\n" + "".join(
+            f"   Class {k}:" + "".join(f"  {c}" for c in order) + "\n"
+            for k, order in enumerate(lists))
+    if verbosity >= 2:
+        text += "Performing exhaustive search on variable 0...\n"
+    if verbosity >= 3:
+        text += "critParent_ = %g\n" % nodes[0][1] + level_table(table, lists)
+        text += "".join("  Ptot(%i)=%g" % p for p in enumerate(nodes[0][0])) + "\n"
+    text += search(verbosity)
+    if verbosity >= 2:
+        text += found
+    if verbosity >= 3:
+        text += "   gain = %13.10g\n" % (nodes[0][1] - nodes[1][1] - nodes[2][1])
+    return text + "    Found 1 split candidates.\n" + shown[1] + shown[2]
+
+
+def risk(*counts):
+    return float(gini(np.array(counts, dtype=float)))
+
+
+@pytest.mark.parametrize("verbosity", [1, 2, 3, 4])
+def test_progress_text_of_the_exact_method(verbosity):
+    # Code 2 (classes 1 2) is level 0, code 5 (0 1 1) level 1, codes 7 and
+    # 9 (class 2 only) level 2. Masks 1, 2, 3 leave 1 + 3.2, 4 / 3 + 1.5
+    # and 2.8 + 0: {2, 5} | {7, 9}.
+    x = np.array([5, 2, 7, 5, 9, 2, 5.0])[:, None]
+    Y = np.array([0, 1, 2, 1, 2, 2, 1.0])
+    table = {0: ([2], [0, 1, 1]), 1: ([5], [1, 2, 0]), 2: ([7, 9], [0, 0, 2])}
+
+    def search(v):
+        text = "Will inspect 6 categorical splits for the exact method.\n" if v >= 3 else ""
+        return text + "".join(
+            "     Analyzing split with Nbelow=%i  Nabove=%i   Wbelow=%g    Wabove=%g\n" % (b, 7 - b,
+                                                                                      b, 7 - b)
+            for b in (2, 3, 5) if v >= 4)
+
+    nodes = [([1, 3, 3], risk(1, 3, 3)), ([1, 3, 1], risk(1, 3, 1)), ([0, 0, 2], 0.0)]
+    t, text = run(x, Y, verbosity=verbosity, min_parent=2, max_splits=1)
+    assert root_levels(t) == ([2, 5], [7, 9])
+    assert text == progress(verbosity, table, [[1], [1, 0], [2, 0]], nodes, search,
+                            FOUND % (2, 1, "Exact"))
+
+
+@pytest.mark.parametrize("verbosity", [1, 2, 3, 4])
+def test_progress_text_of_the_pull_left_method(verbosity):
+    # Two classes: codes 1 (classes 0 1), 3 (0 0 1), 4 (0 1 1 1) are levels
+    # 0 to 2, codes 6 (class 0) and 8 (class 1) levels 3 and 4. Pulled by
+    # falling share of class 0: 3, 1, 0, 2, leaving 4.8, 1.5 + 20 / 7,
+    # 8 / 3 + 1.6 and 5 + 0; the third is best: {1, 3, 6} | {4, 8}.
+    x = np.array([4, 1, 3, 8, 4, 3, 6, 1, 4, 3, 4.0])[:, None]
+    Y = np.array([0, 0, 0, 1, 1, 0, 0, 1, 1, 1, 1.0])
+    table = {0: ([1], [1, 1]), 1: ([3], [2, 1]), 2: ([4], [1, 3]), 3: ([6], [1, 0]),
+             4: ([8], [0, 1])}
+    crit = risk(4, 2) + risk(1, 4)
+
+    def search(v):
+        if v < 4:
+            return ""
+        return "".join("Pulling category indices for classes: Class=0  Index=%i\n"
+                       "Pulling categories:  %i\n     Found bestK=0  ncat=%i\n" % (p, c, c)
+                       for p, c in [(0, 3), (0, 1), (1, 0), (2, 2)]) + \
+            "   Split candidate with Crit=%g  Nbelow=6   Nabove=5\n" % crit
+
+    nodes = [([5, 6], risk(5, 6)), ([4, 2], risk(4, 2)), ([1, 4], risk(1, 4))]
+    t, text = run(x, Y, verbosity=verbosity, min_parent=2, max_splits=1)
+    assert root_levels(t) == ([1, 3, 6], [4, 8])
+    assert text == progress(verbosity, table, [[3, 1, 0, 2], [4, 2, 0, 1]], nodes, search,
+                            FOUND % (3, 2, "PullLeft"))
+
+
+# ------------------------------------------------ serial against parallel
+
+@pytest.mark.parametrize("dtype", [np.float64, np.float32])
+@pytest.mark.parametrize("name, k", [("gini", 2), ("gini", 3), ("deviance", 5), ("mse", 1)])
+def test_serial_run_gives_the_parallel_tree(name, k, dtype):
+    crit = CRITERIA[name]
+    X, Y, W, is_cat = mixed_data(40 + k, k, crit.regression, extra=2, n=300)
+    X, Y, W = X.astype(dtype), Y.astype(dtype), W.astype(dtype)
+
+    def grown(verbosity):
+        inputs = crit.inputs(X, Y, W=W, is_cat=is_cat, max_cat=8, min_leaf=2, min_parent=5,
+                             verbosity=verbosity)
+        return arbolin.calyx(22, inputs, out=[])
+
+    parallel = grown(0)
+    same_outputs(parallel, grown(1))
+    assert parallel[12][1:].min() >= 2                  # MinLeaf
+    nominal = np.isnan(parallel[5][:, 0]) & (parallel[6][:, 0] > 0)
+    assert nominal.sum() >= 2
+    assert all(v.dtype == dtype for v in parallel[4].data if v is not None)
