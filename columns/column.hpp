@@ -4,6 +4,7 @@
 
 #include "columns/child_lists.hpp"
 #include "columns/column_search.hpp"
+#include "columns/find_surrogate.hpp"
 #include "columns/indexed_column.hpp"
 #include "columns/numeric_divisions.hpp"
 #include "nominal/find_nominal_split.hpp"

@@ -19,6 +19,10 @@ using ColumnTable = ScalableVector<std::unique_ptr<IndexedColumn<X, Y, W>>>;
 
 using RowTable = tbb::concurrent_vector<RowList>;
 
+// Predictor number to (predictor, association) of its surrogate split.
+template <class W>
+using AssociationTable = tbb::concurrent_vector<std::pair<std::uint64_t, W>>;
+
 // Runs `body` over `list`, in parallel or as a plain loop in list order. Each
 // parallel loop has a task group context of its own, so that an exception
 // reaches the caller with its exact type.
@@ -98,6 +102,32 @@ struct ColumnSplitter {
             calyxPrintf("Performing exhaustive search on variable %i...\n", j);
         }
         (*columns)[j]->exhaustiveSearch();
+    }
+};
+
+// Skips the winner, whose entry is null, without an interrupt check.
+template <class X, class Y, class W>
+struct ColumnAssociationSplitter {
+    const SplitRows* kids;
+    W minP;
+    const ColumnTable<X, Y, W>* columns;
+    std::uint64_t verbosity;
+    AssociationTable<W>* assocPair;
+
+    void operator()(std::uint64_t j) const {
+        IndexedColumn<X, Y, W>* column = (*columns)[j].get();
+        if (column == nullptr) {
+            return;
+        }
+        hostInterruptCheck();
+        if (verbosity > 2) {
+            calyxPrintf("Searching for surrogate splits on predictor %i...\n", j);
+        }
+        const auto [isSurrogate, association] = column->findSurrogate(*kids, minP);
+        if (!isSurrogate) {
+            return;
+        }
+        (*assocPair)[j] = {j, association};
     }
 };
 

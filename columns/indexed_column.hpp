@@ -55,6 +55,9 @@ public:
     void divideNumeric();
     void exhaustiveSearch();
     W findNumericSplitWithBestGain(const ClassWeights<W>& Ptot);
+    std::pair<bool, W> findSurrogate(const SplitRows& kids, W minP);
+    W numericAssociation(const RowList& left, const RowList& right, W pL, W pR, W minP);
+    W nominalAssociation(const RowList& left, const RowList& right, W minP);
     void buildLevels();
     void buildClassificationLevels(const ScalableVector<std::uint64_t>& representatives);
     void buildRegressionLevels(const ScalableVector<std::uint64_t>& representatives);

@@ -3,6 +3,7 @@
 
 #include <memory>
 
+#include "columns/row_mask.hpp"
 #include "core/types.hpp"
 #include "criteria/classification_criterion.hpp"
 
@@ -15,25 +16,6 @@ public:
     virtual void add(const std::uint64_t* first, const std::uint64_t* last) = 0;
     virtual void reset() = 0;
     virtual void get(W* result) const = 0;
-};
-
-// One byte per row of X: a constant-time membership test.
-class RowMask {
-public:
-    RowMask(std::uint64_t length, const RowList* rows) : length_(length) {
-        if (length_ != 0) {
-            bytes_ = std::make_unique<unsigned char[]>(length_);
-            for (std::uint64_t r : *rows) {
-                bytes_[r] = 1;
-            }
-        }
-    }
-    // Without a mask every row counts.
-    bool counts(std::uint64_t r) const { return length_ == 0 || bytes_[r] != 0; }
-
-private:
-    std::uint64_t length_;
-    std::unique_ptr<unsigned char[]> bytes_;
 };
 
 template <class Y, class W>

@@ -10,6 +10,8 @@
 #include "columns/matched_probability.hpp"
 #include "core/node.hpp"
 #include "core/stream_access.hpp"
+#include "surrogates/route_missing_rows.hpp"
+#include "surrogates/search_surrogates.hpp"
 
 namespace arbolin {
 
@@ -198,9 +200,15 @@ SplitRows Node<X, Y, W>::findBestSplit(const RowList& rows, std::uint64_t MinLea
         // The node keeps CutVar, CutPoint and Gain and yet gets no children.
         return {};
     }
-    // Rows with a missing value stay unrouted until surrogate splits can
-    // route them.
-    if (!winner->missing_->empty()) {
+    RowList unrouted(*winner->missing_);
+    {
+        // The winner is out of the table while the others imitate it.
+        std::unique_ptr<IndexedColumn<X, Y, W>> winnerColumn = std::move(columns[winnerIndex]);
+        surrogates.searchSurrogates(columns, result, sampled, minP);
+        columns[winnerIndex] = std::move(winnerColumn);
+    }
+    surrogates.routeMissingRows(unrouted, result);
+    if (!unrouted.empty()) {
         HasUnroutedRows = true;
     }
     return result;

@@ -3,11 +3,15 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <utility>
 
 #include "core/types.hpp"
 
 namespace arbolin {
+
+template <class X, class Y, class W>
+class IndexedColumn;
 
 template <class X, class W>
 struct SurrogateSet {
@@ -26,6 +30,16 @@ struct SurrogateSet {
     std::uint64_t Verbosity = 0;
 
     std::size_t size() const { return predictors.size(); }
+
+    // Ranks the drawn predictors by how well they imitate the winner (whose
+    // entry in `columns` is null) and keeps the best SurrogateCount.
+    template <class Y>
+    void searchSurrogates(const ScalableVector<std::unique_ptr<IndexedColumn<X, Y, W>>>& columns,
+                          const SplitRows& kids,
+                          const ScalableVector<std::uint64_t>& candidates, W minP);
+    // Sends the winner's missing rows to the children by the kept
+    // surrogates, best first; the rows none can place stay in `rows`.
+    void routeMissingRows(RowList& rows, SplitRows& kids) const;
 
     // Empties all six lists and gives their memory back.
     void clear() {
