@@ -9,3 +9,5 @@
 #include "columns/numeric_divisions.hpp"
 #include "nominal/find_nominal_split.hpp"
 #include "nominal/level_tables.hpp"
+#include "selection/contingency.hpp"
+#include "selection/f_test.hpp"

@@ -69,6 +69,7 @@ struct ColumnOperator {
             if (verbosity > 1) {
                 calyxPrintf("Performing F curvature test on variable %i...\n", j);
             }
+            c.pValue_ = c.fTest();
             return;
         }
         hostInterruptCheck();
@@ -85,9 +86,13 @@ struct ColumnOperator {
         if (!curvature) {
             return;
         }
+        if (!c.nominal_) {
+            c.makeBins();
+        }
         if (verbosity > 1) {
             calyxPrintf("Performing chisq curvature test on variable %i...\n", j);
         }
+        c.pValue_ = c.contingencyTest(*c.missing_, c.LevelRows, false);
     }
 };
 

@@ -58,6 +58,10 @@ public:
     std::pair<bool, W> findSurrogate(const SplitRows& kids, W minP);
     W numericAssociation(const RowList& left, const RowList& right, W pL, W pR, W minP);
     W nominalAssociation(const RowList& left, const RowList& right, W minP);
+    void makeBins();
+    W contingencyTest(const RowList& missing, const ScalableVector<RowList>& rows,
+                      bool ignoreLevelTable) const;
+    W fTest() const;
     void buildLevels();
     void buildClassificationLevels(const ScalableVector<std::uint64_t>& representatives);
     void buildRegressionLevels(const ScalableVector<std::uint64_t>& representatives);

@@ -75,6 +75,11 @@ struct Node {
     SplitRows findBestSplit(const RowList& rows, std::uint64_t MinLeaf, std::uint64_t MinParent);
     // Withdraws a split found for this node.
     void unsplit();
+
+private:
+    template <class Table>
+    void testInteractions(const ScalableVector<std::uint64_t>& sampled, const Table& columns,
+                          W bestP, ScalableVector<std::uint64_t>& chosen);
 };
 
 template <class X, class Y, class W>

@@ -1,0 +1,86 @@
+// The F curvature test: a weighted one-way analysis of variance of the
+// numeric predictor, grouped by the response. It needs no order of rows.
+#pragma once
+
+#include <algorithm>
+
+#include "columns/indexed_column.hpp"
+#include "selection/tails.hpp"
+
+namespace arbolin {
+
+template <class X, class Y, class W>
+W IndexedColumn<X, Y, W>::fTest() const {
+    const RowList& rows = *present_;
+    const std::uint64_t N = rows.size();
+    const std::uint64_t K = classCount_;
+    if (N < std::max<std::uint64_t>(2 * minLeaf_, K + 1)) {
+        return W(1);
+    }
+    // The classes, or in regression the rows below the node's mean and the rest.
+    const bool classification = K > 1;
+    const std::uint64_t groups = classification ? K : 2;
+    auto groupOf = [&](std::uint64_t r) -> std::uint64_t {
+        if (classification) {
+            return toCount(static_cast<double>(y_[r]));
+        }
+        return static_cast<W>(y_[r]) < nodeValue_ ? 0 : 1;
+    };
+    W T = 0;
+    W sumXW = 0;
+    for (std::uint64_t r : rows) {
+        T += w_[r];
+    }
+    for (std::uint64_t r : rows) {
+        sumXW += static_cast<W>(x_[r]) * w_[r];
+    }
+    ScalableVector<W> V(groups, W(0));
+    ScalableVector<W> A(groups, W(0));
+    for (std::uint64_t r : rows) {
+        const std::uint64_t g = groupOf(r);
+        V[g] += w_[r];
+        A[g] += static_cast<W>(x_[r]) * w_[r];
+    }
+    if (groups == 0) {
+        return W(1);
+    }
+    std::uint64_t G = 0;
+    for (std::uint64_t g = 0; g < groups; ++g) {
+        if (V[g] > W(0)) {
+            A[g] /= V[g];
+            ++G;
+        }
+    }
+    if (G < 2) {
+        return W(1);
+    }
+    const W M = sumXW / T;
+    W B = 0;
+    for (std::uint64_t g = 0; g < groups; ++g) {
+        const W d = A[g] - M;
+        B += V[g] * d * d;
+    }
+    W U = 0;
+    for (std::uint64_t r : rows) {
+        const W d = static_cast<W>(x_[r]) - A[groupOf(r)];
+        U += w_[r] * d * d;
+    }
+    const std::uint64_t v2 = N - G;
+    const W u = U / static_cast<W>(v2);
+    if (u <= W(0)) {
+        return W(1);
+    }
+    const std::uint64_t v1 = G - 1;
+    const W e = B / static_cast<W>(v1);
+    const W F = e / u;
+    const W p = fTail(v1, v2, F);
+    if (verbosity_ != 0) {
+        calyxPrintf(
+            "        Ftest with exp. var. = %13.10g   unexp. var. = %13.10g   v1 = %i   v2 = %i    "
+            "pval = %13.10g\n",
+            static_cast<double>(e), static_cast<double>(u), v1, v2, static_cast<double>(p));
+    }
+    return p;
+}
+
+}  // namespace arbolin
