@@ -1,0 +1,320 @@
+"""Misclassification costs and split criteria written as host functions in
+Python: the cost correction worked out by hand, costs that change nothing,
+a Python Gini that grows the built-in tree bit for bit, the errors of a user
+function, and many trees whose call-backs arrive on worker threads."""
+
+import gc
+import os
+import re
+import sys
+import threading
+import tracemalloc
+
+import numpy as np
+import pytest
+
+import arbolin
+from arbolin import Cell, HostError
+from conftest import EMPTY, OUTPUTS, assert_value, make_inputs
+
+F8, F4 = np.float64, np.float32
+IDS = "tallix:silvan:learning:treeutils:CustomClassificationSplitCriterion:"
+LN4 = 1.3862943611198906
+# C[i, k]: the cost of assigning to class k a row of true class i.
+COST = np.array([[0.0, 1.0, 2.0], [1.0, 0.0, 1.0], [3.0, 1.0, 0.0]])
+PARENT_FAILED = "The split criterion function 'myparent' failed on the class weights of a node.\n"
+KIDS_FAILED = "The split criterion function 'mykids' failed on the class weights of two children.\n"
+
+
+# ------------------------------------------------------------- helpers
+
+def gini_value(v):
+    """Gini of a K by 1 column of class weights with the module's own
+    arithmetic: in the column's precision, every sum in order from the first."""
+    t = v.dtype.type
+    s = t(0)
+    for x in v[:, 0]:
+        s = t(s + x)
+    q = t(0)
+    for x in v[:, 0]:
+        p = t(x / s)
+        q = t(q + p * p)
+    return t((t(1) - q) * s)
+
+
+def gini_functions(seen=None, threads=None):
+    """myparent and mykids of a Gini criterion, noting their arguments and
+    the threads that call them."""
+    def note(*values):
+        if threads is not None:
+            threads.add(threading.get_ident())
+        if seen is not None:
+            seen.append(values)
+
+    def myparent(v):
+        note(v)
+        return np.array([[gini_value(v)]], v.dtype)
+
+    def mykids(a, b):
+        note(a, b)
+        return np.array([[gini_value(a) + gini_value(b)]], a.dtype)
+
+    return {"myparent": myparent, "mykids": mykids}
+
+
+def custom(kids=""):
+    return Cell((1, 2), ["myparent", kids])
+
+
+def data(seed, n=60, d=3, k=3, nan=0.1):
+    """Predictors on a grid (with ties), NaN in some, k classes that follow
+    them loosely, small integer weights (sums of weights stay exact)."""
+    rng = np.random.default_rng(seed)
+    X = np.round(rng.random((n, d)) * 20) / 20
+    score = X[:, 0] + 0.6 * X[:, 1] + 0.5 * rng.random(n)
+    Y = np.searchsorted(np.quantile(score, np.arange(1, k) / k), score).astype(float)
+    X[rng.random((n, d)) < nan] = np.nan
+    return X, Y, rng.integers(1, 4, n).astype(float)
+
+
+def run(inputs, **kwargs):
+    """The 22 outputs by name and the printed text."""
+    out = []
+    return dict(zip(OUTPUTS, arbolin.calyx(22, inputs, out=out, **kwargs))), "".join(out)
+
+
+def assert_same(actual, expected, where="output"):
+    """Bit for bit: same class, shape and bytes."""
+    if isinstance(expected, dict):
+        for name in OUTPUTS:
+            assert_same(actual[name], expected[name], name)
+    elif isinstance(expected, Cell):
+        assert isinstance(actual, Cell) and actual.shape == expected.shape, where
+        for i, (a, e) in enumerate(zip(actual.data, expected.data)):
+            assert_same(a, e, f"{where}[{i}]")
+    elif isinstance(expected, np.ndarray):
+        assert actual.dtype == expected.dtype and actual.shape == expected.shape, where
+        assert actual.tobytes() == expected.tobytes(), f"{where}: {actual} != {expected}"
+    else:
+        assert type(actual) is type(expected) and actual == expected, where
+
+
+# ---------------------------------------------------- the cost correction
+
+# Six rows, classes 0 1 0 1 1 1: class weights [2, 4]. C(0, 1) = 3 and
+# C(1, 0) = 1 give the factors 2 * 3 / 4 = 1.5 and 2 * 1 / 4 = 0.5, so the
+# corrected root is [3, 2] of weight 5. "error" takes the costs as they
+# stand: assigning to class 0 costs 4 * C(1, 0) = 4, to class 1
+# 2 * C(0, 1) = 6, and the root's risk is the cheaper, 4.
+TWO_X = np.arange(1.0, 7.0)[:, None]
+TWO_Y = np.array([0.0, 1, 0, 1, 1, 1])
+TWO_COST = np.array([[0.0, 3.0], [1.0, 0.0]])
+FACTORS = {"error": [1.0, 1.0]}
+
+
+def deviance_value(c):
+    p = c / c.sum()
+    return -(p * np.log(np.where(p > 0, p, 1))).sum() / LN4 * c.sum()
+
+
+RISK = {
+    "gini": lambda c: gini_value(c[:, None]),
+    "custom": lambda c: gini_value(c[:, None]),
+    "deviance": deviance_value,
+    "twoing": lambda c: 0.0,
+    "error": lambda c: min(sum(c[i] * TWO_COST[i, k] for i in range(2)) for k in range(2)),
+}
+
+
+@pytest.mark.parametrize("w", [F8, F4])
+@pytest.mark.parametrize("criterion", RISK)
+def test_two_class_costs_reweight_every_node(criterion, w):
+    seen = []
+    inputs = make_inputs(TWO_X, TWO_Y, W=np.ones(6, w), cost=TWO_COST.astype(w), min_parent=2,
+                         verbosity=1, criterion=custom() if criterion == "custom" else criterion)
+    t, text = run(inputs, functions=gini_functions(seen))
+    factors = np.array(FACTORS.get(criterion, [1.5, 0.5]), w)
+    sums = re.findall(r"  Corrected NodeProb = (.*)\n", text)
+    vectors = re.findall(r"  Corrected ClassProb: (.*)\n", text)
+    # The root by hand.
+    assert t["NodeProb"][0, 0] == 6 and t["NodeRisk"].dtype == w
+    assert (sums[0], vectors[0]) == (("6", " 2 4") if criterion == "error" else ("5", " 3 2"))
+    root_risk = {"gini": 2.4, "custom": 2.4, "twoing": 0.0, "error": 4.0}
+    if criterion in root_risk:
+        np.testing.assert_allclose(t["NodeRisk"][0, 0], root_risk[criterion], rtol=1e-6)
+    if criterion == "custom":        # the user's function sees corrected weights
+        np.testing.assert_array_equal(seen[0][0], np.array([[3.0], [2.0]], w))
+    # Every node: the weights of its classes, corrected, printed and judged.
+    n = t["NodeSize"].shape[0]
+    assert n >= 3 and len(sums) == len(vectors) == n
+    for i in range(n):
+        c = t["ClassProb"][:, i] * t["NodeProb"][i, 0] * factors
+        total = w(0)
+        for v in c:
+            total = w(total + v)
+        assert sums[i] == f"{total:g}" and vectors[i] == "".join(f" {v:g}" for v in c)
+        np.testing.assert_allclose(t["NodeRisk"][i, 0], RISK[criterion](c), rtol=1e-6,
+                                   atol=1e-6)
+        # The gain is on the same corrected scale as the risks.
+        left = int(t["Children"][0, i]) - 1
+        if left >= 0 and criterion != "twoing":
+            kids = t["NodeRisk"][left, 0] + t["NodeRisk"][left + 1, 0]
+            np.testing.assert_allclose(t["Gain"][i, 0], t["NodeRisk"][i, 0] - kids,
+                                       rtol=1e-5, atol=1e-5)
+
+
+@pytest.mark.parametrize("verbosity", [0, 1])
+@pytest.mark.parametrize("w", [F8, F4])
+@pytest.mark.parametrize("criterion", ["gini", "gdi", "deviance", "twoing", "error"])
+def test_unit_costs_change_nothing(criterion, w, verbosity):
+    # Ones off the diagonal: every factor is one, and "error" through the
+    # costs is the weight outside the best class, as without them.
+    X, Y, W = data(3)
+    settings = dict(W=W.astype(w), criterion=criterion, min_parent=4, surrogates=2,
+                    verbosity=verbosity)
+    plain = run(make_inputs(X, Y, **settings))
+    costly = run(make_inputs(X, Y, cost=(1 - np.eye(3)).astype(w), **settings))
+    assert plain[0]["NodeSize"].shape[0] > 7
+    # A node's class weights come back from its shares times its weight, so
+    # they need not be whole: then the sum of the others that the costs give
+    # and the total less the largest that "error" takes alone may round apart.
+    loose = {"NodeRisk", "Gain"} if criterion == "error" else set()
+    for name in OUTPUTS:
+        check = assert_value if name in loose else assert_same
+        check(costly[0][name], plain[0][name], name)
+    assert costly[1] == plain[1]
+
+
+# ------------------------------------------------------ a Python criterion
+
+@pytest.mark.parametrize("verbosity", [0, 1])
+@pytest.mark.parametrize("w", [F8, F4])
+@pytest.mark.parametrize("kids", ["", "mykids"])
+def test_python_gini_grows_the_gini_tree(kids, w, verbosity):
+    X, Y, W = data(5)
+    settings = dict(W=W.astype(w), min_parent=3, surrogates=2, verbosity=verbosity)
+    seen, threads = [], set()
+    expected, text = run(make_inputs(X, Y, **settings))
+    t, custom_text = run(make_inputs(X, Y, criterion=custom(kids), **settings),
+                         functions=gini_functions(seen, threads))
+    assert expected["NodeSize"].shape[0] > 9
+    assert_same(t, expected)
+    assert custom_text == text
+    # Columns of K class weights of the weights' class; the kids function
+    # when one is named, else two parent calls.
+    assert {(v.dtype, v.shape) for values in seen for v in values} == {(np.dtype(w), (3, 1))}
+    assert any(len(values) == 2 for values in seen) == bool(kids)
+    if verbosity:                    # printing runs are serial: the calling thread only
+        assert threads == {threading.get_ident()}
+
+
+# ----------------------------------------------------- a failing function
+
+class Refused(Exception):
+    pass
+
+
+def failing_functions(name, fail):
+    """Gini functions whose `name` does `fail()` on its tenth call, after
+    the root's risk and well into the search."""
+    functions = gini_functions()
+    good, calls = functions[name], []
+
+    def function(*values):
+        calls.append(1)
+        return fail() if len(calls) == 10 else good(*values)
+
+    return dict(functions, **{name: function})
+
+
+# Without costs the search of columns is serial and the surrogate search
+# parallel; with costs every phase may run on worker threads.
+COSTS = pytest.mark.parametrize("cost", [False, True], ids=["plain", "costs"])
+
+
+@COSTS
+@pytest.mark.parametrize("name, kids, text", [("myparent", "", PARENT_FAILED),
+                                              ("mykids", "mykids", KIDS_FAILED)])
+def test_error_of_a_function_comes_out_after_its_message(name, kids, text, cost):
+    refusal = Refused("no impurity today")
+
+    def fail():
+        raise refusal
+
+    X, Y, W = data(7)
+    inputs = make_inputs(X, Y, W=W, criterion=custom(kids), cost=COST if cost else EMPTY,
+                         min_parent=3, surrogates=1)
+    out = []
+    with pytest.raises(Refused) as info:
+        arbolin.calyx(22, inputs, functions=failing_functions(name, fail), out=out)
+    assert info.value is refusal
+    assert "".join(out) == text
+
+
+@COSTS
+@pytest.mark.parametrize("name, kids, w, value, wanted", [
+    ("mykids", "mykids", F4, np.array([[1.0]]), "single"),
+    ("mykids", "mykids", F8, np.array([[1.0]], F4), "double"),
+    ("mykids", "mykids", F8, np.array([[1]], np.int32), "double"),
+    ("mykids", "mykids", F4, np.array([[1]], np.int16), "single"),
+    ("myparent", "", F4, 1.0, "single"),
+    ("myparent", "", F8, np.array([[1]], np.int64), "double"),
+], ids=["kids-double", "kids-single", "kids-int32", "kids-int16", "parent-double",
+        "parent-int64"])
+def test_value_of_the_wrong_class_is_refused(name, kids, w, value, wanted, cost):
+    X, Y, W = data(7)
+    inputs = make_inputs(X, Y, W=W.astype(w), criterion=custom(kids),
+                         cost=COST.astype(w) if cost else EMPTY, min_parent=3, surrogates=1)
+    out = []
+    with pytest.raises(HostError) as info:
+        arbolin.calyx(22, inputs, functions=failing_functions(name, lambda: value), out=out)
+    # Without a kids function the two parent calls report as parent.
+    assert info.value.identifier == IDS + ("kids" if kids else "parent") + ":TypeMismatch"
+    assert info.value.args == (name, wanted)
+    assert out == []
+
+
+# --------------------------------------------------------------- stress
+
+def resident_bytes():
+    with open("/proc/self/statm") as f:
+        return int(f.read().split()[1]) * os.sysconf("SC_PAGE_SIZE")
+
+
+def test_many_trees_with_costs_and_call_backs_on_worker_threads():
+    threads = set()
+    functions = gini_functions(threads=threads)
+    counts = [sys.getrefcount(f) for f in functions.values()]
+
+    def tree(seed):
+        w = (F8, F4)[seed % 2]
+        X, Y, W = data(seed, n=50)
+        settings = dict(W=W.astype(w), cost=COST.astype(w), min_parent=3, surrogates=1)
+        expected = arbolin.calyx(22, make_inputs(X, Y, **settings))
+        t = arbolin.calyx(22, make_inputs(X, Y, criterion=custom(("", "mykids")[seed // 2 % 2]),
+                                          **settings), functions=functions)
+        assert t[0].shape[1] > 5
+        assert_same(dict(zip(OUTPUTS, t)), dict(zip(OUTPUTS, expected)))
+
+    for seed in range(10):           # warm up: worker threads, caches, the allocator
+        tree(seed)
+    # Some 250 call-backs a tree: a host array or a Python value left behind
+    # by each would show in the resident size, or among the traced objects.
+    gc.collect()
+    before = resident_bytes()
+    for seed in range(10, 70):
+        tree(seed)
+    gc.collect()
+    assert resident_bytes() - before < 4 * 2**20
+    tracemalloc.start()
+    try:
+        for seed in range(70, 100):
+            tree(seed)
+        gc.collect()
+        kept = tracemalloc.get_traced_memory()[0]
+    finally:
+        tracemalloc.stop()
+    assert kept < 256 * 1024, f"{kept} bytes of Python objects kept"
+    assert [sys.getrefcount(f) for f in functions.values()] == counts
+    if len(os.sched_getaffinity(0)) > 1:
+        assert threads - {threading.get_ident()}, "no call-back on a worker thread"
