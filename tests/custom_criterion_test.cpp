@@ -21,6 +21,7 @@ namespace {
 
 using testing::TreeCall;
 using testing::TreeOutputs;
+using testing::sameArray;
 
 // Gini of a K by 1 column of class weights, with the arithmetic of the
 // built-in criterion: sums in order from the first entry.
@@ -96,25 +97,6 @@ cxArray* functionNames(const char* parent, const char* kids) {
     cxSetCell(cell, 0, numora::cxCreateString(parent));
     cxSetCell(cell, 1, numora::cxCreateString(kids));
     return cell;
-}
-
-bool sameArray(const cxArray* a, const cxArray* b) {
-    if (cxGetClassID(a) != cxGetClassID(b) || cxGetM(a) != cxGetM(b) || cxGetN(a) != cxGetN(b)) {
-        return false;
-    }
-    const std::uint64_t count = cxGetNumberOfElements(a);
-    if (cxGetClassID(a) == cxCELL_CLASS) {
-        for (std::uint64_t i = 0; i < count; ++i) {
-            const cxArray* ea = cxGetCell(a, i);
-            const cxArray* eb = cxGetCell(b, i);
-            if ((ea == nullptr) != (eb == nullptr) || (ea != nullptr && !sameArray(ea, eb))) {
-                return false;
-            }
-        }
-        return true;
-    }
-    const std::size_t bytes = cxGetClassID(a) == cxDOUBLE_CLASS ? 8 : 1;
-    return count == 0 || std::memcmp(cxGetData(a), cxGetData(b), count * bytes) == 0;
 }
 
 TEST(CustomCriterion, HostFunctionsOfCppGrowTheGiniTree) {

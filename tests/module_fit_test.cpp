@@ -15,6 +15,7 @@ namespace {
 
 using testing::TreeCall;
 using testing::TreeOutputs;
+using testing::sameArray;
 
 // Continuous predictors with ties and a noisy class or response.
 struct Data {
@@ -32,27 +33,6 @@ struct Data {
         }
     }
 };
-
-bool sameArray(const cxArray* a, const cxArray* b) {
-    if (cxGetClassID(a) != cxGetClassID(b) || cxGetM(a) != cxGetM(b) || cxGetN(a) != cxGetN(b)) {
-        return false;
-    }
-    const std::uint64_t count = cxGetNumberOfElements(a);
-    if (cxGetClassID(a) == cxCELL_CLASS) {
-        for (std::uint64_t i = 0; i < count; ++i) {
-            const cxArray* ea = cxGetCell(a, i);
-            const cxArray* eb = cxGetCell(b, i);
-            if ((ea == nullptr) != (eb == nullptr) || (ea != nullptr && !sameArray(ea, eb))) {
-                return false;
-            }
-        }
-        return true;
-    }
-    const std::size_t bytes = cxGetClassID(a) == cxDOUBLE_CLASS   ? 8
-                              : cxGetClassID(a) == cxSINGLE_CLASS ? 4
-                                                                  : 1;
-    return count == 0 || std::memcmp(cxGetData(a), cxGetData(b), count * bytes) == 0;
-}
 
 TEST(ModuleFit, OneOrTwoThreadsGrowTheSameTree) {
     numora::Module module(ARBOLIN_MODULE_PATH);

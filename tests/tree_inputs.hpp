@@ -3,6 +3,7 @@
 #pragma once
 
 #include <algorithm>
+#include <cstring>
 #include <array>
 #include <string>
 #include <vector>
@@ -63,5 +64,27 @@ struct TreeOutputs {
         for (cxArray* a : arrays) cxDestroyArray(a);
     }
 };
+
+// The same class, shape and bytes, cells element by element.
+inline bool sameArray(const cxArray* a, const cxArray* b) {
+    if (cxGetClassID(a) != cxGetClassID(b) || cxGetM(a) != cxGetM(b) || cxGetN(a) != cxGetN(b)) {
+        return false;
+    }
+    const std::uint64_t count = cxGetNumberOfElements(a);
+    if (cxGetClassID(a) == cxCELL_CLASS) {
+        for (std::uint64_t i = 0; i < count; ++i) {
+            const cxArray* ea = cxGetCell(a, i);
+            const cxArray* eb = cxGetCell(b, i);
+            if ((ea == nullptr) != (eb == nullptr) || (ea != nullptr && !sameArray(ea, eb))) {
+                return false;
+            }
+        }
+        return true;
+    }
+    const std::size_t bytes = cxGetClassID(a) == cxDOUBLE_CLASS   ? 8
+                              : cxGetClassID(a) == cxSINGLE_CLASS ? 4
+                                                                  : 1;
+    return count == 0 || std::memcmp(cxGetData(a), cxGetData(b), count * bytes) == 0;
+}
 
 }  // namespace arbolin::testing
