@@ -305,7 +305,10 @@ def test_many_trees_with_costs_and_call_backs_on_worker_threads():
     for seed in range(10, 70):
         tree(seed)
     gc.collect()
-    assert resident_bytes() - before < 4 * 2**20
+    # The address sanitizer holds freed memory in quarantine, so the resident
+    # size says nothing there; its leak checker does that job instead.
+    if "asan" not in os.environ.get("LD_PRELOAD", ""):
+        assert resident_bytes() - before < 4 * 2**20
     tracemalloc.start()
     try:
         for seed in range(70, 100):

@@ -1,0 +1,145 @@
+#include <CLI/CLI.hpp>
+
+#include <chrono>
+#include <filesystem>
+#include <iostream>
+
+#include "cli/bundled_data.hpp"
+#include "cli/commands.hpp"
+#include "cli/cost_file.hpp"
+#include "cli/csv_table.hpp"
+#include "cli/errors.hpp"
+#include "cli/model.hpp"
+#include "cli/module_call.hpp"
+#include "cli/render.hpp"
+#include "cli/summary.hpp"
+#include "cli/training_data.hpp"
+#include "cli/tree_view.hpp"
+#include "cli/values.hpp"
+
+namespace arbolin::cli {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+std::string defaultOutput(const std::string& dataPath) {
+    return fs::path(dataPath).stem().string() + ".model.json";
+}
+
+void checkWritable(const std::string& path) {
+    const fs::path parent = fs::path(path).parent_path();
+    std::error_code error;
+    if (!parent.empty() && !fs::is_directory(parent, error)) {
+        failOption("output", "the folder " + parent.string() + " does not exist");
+    }
+}
+
+Model assemble(const TrainingData& data, const Settings& settings,
+               std::vector<numora::ArrayPtr> outputs) {
+    Model model;
+    model.predictors = data.predictors;
+    model.response = data.response;
+    model.classification = data.classification;
+    model.classes = data.classes;
+    model.weights = data.weights;
+    model.single = settings.flag("single");
+    model.options = settings.toJson();
+    model.outputs = std::move(outputs);
+    return model;
+}
+
+nlohmann::ordered_json costJson(const std::vector<double>& cost, std::uint64_t K) {
+    if (cost.empty()) return nullptr;
+    nlohmann::ordered_json rows = nlohmann::ordered_json::array();
+    for (std::uint64_t i = 0; i < K; ++i) {
+        std::vector<double> row;
+        for (std::uint64_t j = 0; j < K; ++j) row.push_back(cost[i + j * K]);
+        rows.push_back(row);
+    }
+    return rows;
+}
+
+}  // namespace
+
+CLI::App* addFitCommand(CLI::App& app, FitArgs& args) {
+    CLI::App* fit = app.add_subcommand("fit", "grow a tree from a CSV file and save it as JSON");
+    fit->add_option("data", args.data, "CSV file with a header row, or a bundled data set: " +
+                                           [] {
+                                               std::string names;
+                                               for (const auto& n : bundledNames()) names += (names.empty() ? "" : ", ") + n;
+                                               return names;
+                                           }())
+        ->required()
+        ->type_name("DATA");
+    addFitOptions(*fit, args.options);
+    fit->footer(
+        "Missing values: an empty field, NA, NaN or ?. Classes and nominal levels are numbered "
+        "from 0 in sorted order of their labels.\n");
+    return fit;
+}
+
+void runFit(const FitArgs& args) {
+    const auto start = std::chrono::steady_clock::now();
+    const std::string path = resolveDataFile(args.data);
+    const CsvTable table = CsvTable::read(path);
+    const TrainingData data = prepareTrainingData(table, args.options);
+    Settings settings = Settings::resolve(args.options, data.shape());
+    settings.set("response", data.response);
+
+    std::vector<double> cost;
+    if (settings.has("cost")) {
+        if (!data.classification) failOption("cost", "a regression tree takes no costs");
+        cost = readCostMatrix(settings.text("cost"), data.classes);
+    }
+    const std::string output =
+        settings.has("output") ? settings.text("output") : defaultOutput(path);
+    checkWritable(output);
+
+    if (data.leftOut != 0) {
+        std::cout << "Left out " << data.leftOut << " of " << table.rowCount()
+                  << " rows: their response (" << data.response << ") is missing.\n";
+    }
+    ModuleInputs inputs(data, settings, cost, settings.flag("single"));
+    const auto grown = std::chrono::steady_clock::now();
+    std::vector<numora::ArrayPtr> outputs = growTree(inputs);
+    const double fitSeconds =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - grown).count();
+
+    Model model = assemble(data, settings, std::move(outputs));
+    const TreeView tree = readTree(model, "the module's outputs");
+    const TreeShape shape = treeShape(tree);
+    const double score = trainingScore(tree, data);
+    model.training = {{"file", path},
+                      {"rows", data.rows},
+                      {"rows_left_out", data.leftOut},
+                      {"cost_matrix", costJson(cost, data.classes.size())},
+                      {"fit_seconds", fitSeconds},
+                      {"module", modulePath()}};
+    saveModel(model, output);
+
+    std::cout << (data.classification ? "Classification" : "Regression") << " tree for "
+              << data.response;
+    if (data.classification) {
+        std::cout << " (" << data.classes.size() << (data.classes.size() == 1 ? " class)" : " classes)");
+    }
+    std::cout << ", " << data.predictors.size() << " predictors, " << data.rows << " rows, "
+              << settings.text("criterion") << (model.single ? ", single precision" : "")
+              << ":\n";
+    if (!settings.flag("quiet")) renderText(std::cout, model, tree);
+    const double total =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    std::cout << "nodes " << shape.nodes << ", leaves " << shape.leaves << ", depth "
+              << shape.depth << '\n'
+              << (data.classification
+                      ? std::string(data.weights.empty() ? "training accuracy "
+                                                         : "training accuracy (weighted) ")
+                      : std::string(data.weights.empty() ? "training R-squared "
+                                                         : "training R-squared (weighted) "))
+              << formatShort(score, 4) << '\n'
+              << "time " << formatShort(total, 3) << " s (growing " << formatShort(fitSeconds, 3)
+              << " s)\n"
+              << "model written to " << output << '\n';
+}
+
+}  // namespace arbolin::cli

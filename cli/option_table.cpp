@@ -1,0 +1,106 @@
+#include "cli/option_table.hpp"
+
+#include <algorithm>
+#include <array>
+
+namespace arbolin::cli {
+
+namespace {
+
+using K = OptionKind;
+
+std::optional<double> none(const DataShape&) { return std::nullopt; }
+std::optional<double> predictors(const DataShape& s) { return double(s.predictors); }
+std::optional<double> otherPredictors(const DataShape& s) {
+    return s.predictors == 0 ? 0.0 : double(s.predictors - 1);
+}
+// Exact enumeration tries 2^(levels-1) partitions and stops at 63 levels.
+std::optional<double> maxCat(const DataShape&) { return 63.0; }
+std::optional<double> one(const DataShape&) { return 1.0; }
+std::optional<double> printLevels(const DataShape&) { return 5.0; }
+std::optional<double> exactInDouble(const DataShape&) { return 9007199254740992.0; }
+
+std::string allPredictors(const DataShape& s) { return std::to_string(s.predictors); }
+std::string rowsLessOne(const DataShape& s) { return std::to_string(s.rows == 0 ? 0 : s.rows - 1); }
+std::string criterionFor(const DataShape& s) { return s.classification ? "gini" : "mse"; }
+
+std::string_view criteria(const DataShape& s) {
+    return s.classification ? "gini|gdi|deviance|twoing|error" : "mse";
+}
+std::string_view nominalMethods(const DataShape&) { return "auto|exact|pull-left|pca|ova"; }
+
+constexpr OptionRow kOptions[] = {
+    {"response", 2, K::Column, "", nullptr, "the last column", 0, nullptr, "", nullptr,
+     "the column to predict; rows where it is missing are left out"},
+    {"weights", 3, K::Column, "", nullptr, "none: equal weights", 0, nullptr, "", nullptr,
+     "a column of observation weights (finite, 0 or more); they are scaled to sum to 1"},
+    {"nominal", 5, K::Columns, "", nullptr, "none", 0, nullptr, "", nullptr,
+     "numeric columns to treat as nominal codes; a column with any non-numeric value is "
+     "nominal anyway"},
+    {"classification", 0, K::Flag, "", nullptr, "when the response is not numeric", 0, nullptr,
+     "", nullptr, "grow a classification tree; classes are the response's distinct values"},
+    {"regression", 0, K::Flag, "", nullptr, "when the response is numeric", 0, nullptr, "",
+     nullptr, "grow a regression tree"},
+    {"criterion", 6, K::Keyword, "", criterionFor, "gini, or mse in regression", 0, nullptr, "",
+     criteria, "split criterion: gini (or gdi), deviance, twoing, error; mse in regression"},
+    {"min-leaf", 7, K::Count, "1", nullptr, "", 1, none, "", nullptr,
+     "least rows in a leaf"},
+    {"min-parent", 8, K::Count, "10", nullptr, "", 1, none, "", nullptr,
+     "least rows in a node that may be split"},
+    {"max-splits", 9, K::Count, "", rowsLessOne, "rows - 1", 0, none, "", nullptr,
+     "most splits in the tree"},
+    {"predictors-per-node", 10, K::Count, "", allPredictors, "all predictors", 1, predictors,
+     "the number of predictors", nullptr,
+     "predictors drawn at random in each node (fewer than all draws from the stream)"},
+    {"surrogates", 11, K::Count, "0", nullptr, "", 0, otherPredictors,
+     "the number of predictors less one", nullptr,
+     "surrogate splits kept per node; they route rows with a missing value"},
+    {"max-cat", 12, K::Count, "10", nullptr, "", 0, maxCat, "", nullptr,
+     "most levels of a nominal predictor for which 'auto' searches every partition"},
+    {"nominal-method", 13, K::Code, "auto", nullptr, "", 0, nullptr, "", nominalMethods,
+     "split search for nominal predictors with 3 or more classes"},
+    {"cost", 14, K::Path, "", nullptr, "none: every error costs 1", 0, nullptr, "", nullptr,
+     "K x K CSV of misclassification costs, row: true class, column: predicted class, in "
+     "class order; an optional header row names the classes"},
+    {"risk-tolerance", 15, K::Real, "1e-6", nullptr, "", 0, one, "", nullptr,
+     "regression: a node whose risk is below this share of the root's is not split"},
+    {"curvature", 16, K::Flag, "", nullptr, "off", 0, nullptr, "", nullptr,
+     "choose each node's predictor by curvature tests"},
+    {"interaction", 17, K::Flag, "", nullptr, "off", 0, nullptr, "", nullptr,
+     "add interaction tests to the curvature tests"},
+    {"chisq", 18, K::Flag, "", nullptr, "off", 0, nullptr, "", nullptr,
+     "use the chi-square test for numeric predictors too, not the F test"},
+    {"seed", 19, K::Count, "", nullptr, "none: the host's default stream", 0, exactInDouble, "2^53",
+     nullptr, "seed of the random stream that draws predictors"},
+    {"verbose", 20, K::Count, "0", nullptr, "", 0, printLevels, "", nullptr,
+     "the module's print level; its text goes to standard output"},
+    {"single", 0, K::Flag, "", nullptr, "off", 0, nullptr, "", nullptr,
+     "grow on single-precision data: predictors, response, weights and costs as float32"},
+    {"output", 0, K::Path, "", nullptr, "NAME.model.json in the current directory", 0, nullptr,
+     "", nullptr, "where to write the model (JSON)"},
+    {"quiet", 0, K::Flag, "", nullptr, "off", 0, nullptr, "", nullptr,
+     "print the summary but not the tree"},
+};
+
+}  // namespace
+
+std::span<const OptionRow> fitOptions() { return kOptions; }
+
+std::vector<std::string> choiceList(std::string_view choices) {
+    std::vector<std::string> words;
+    std::size_t start = 0;
+    while (start <= choices.size()) {
+        const std::size_t bar = std::min(choices.find('|', start), choices.size());
+        words.emplace_back(choices.substr(start, bar - start));
+        start = bar + 1;
+    }
+    return words;
+}
+
+std::string joinChoices(const std::vector<std::string>& words) {
+    std::string text;
+    for (const std::string& w : words) text += (text.empty() ? "" : ", ") + w;
+    return text;
+}
+
+}  // namespace arbolin::cli
