@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "columns/remove_nan.hpp"
 #include "core/surrogate_set.hpp"
 #include "gateway/numora.hpp"
 
@@ -17,30 +18,15 @@ void SurrogateSet<X, W>::routeMissingRows(RowList& rows, SplitRows& kids) const 
     for (std::size_t i = 0; i < predictors.size(); ++i) {
         const X* column = x + rowCount * predictors[i];
         // Rows with NaN here to the front, rows with a value behind: the
-        // mirror of the walk that splits a node's rows by presence. The order
-        // in which rows join a child decides its later sums.
-        std::size_t front = 0;
-        std::size_t back = rows.size();
-        while (front != back) {
-            if (cxIsNaN(static_cast<double>(column[rows[front]]))) {
-                ++front;
-                continue;
-            }
-            do {
-                --back;
-            } while (back != front && !cxIsNaN(static_cast<double>(column[rows[back]])));
-            if (back == front) {
-                break;
-            }
-            std::swap(rows[front], rows[back]);
-            ++front;
-        }
+        // mirror of the split of a node's rows by presence.
+        const std::size_t back =
+            splitByNaN(column, rows, [](X v) { return isMissing(v); });
         RowList placed(rows.begin() + back, rows.end());
         rows.resize(back);
         if (placed.empty()) {
             continue;
         }
-        if (cxIsNaN(static_cast<double>(cutPoints[i]))) {
+        if (isMissing(cutPoints[i])) {
             // Nominal: a value in neither list, or a one-sided surrogate,
             // drops the row from both children.
             const auto& [left, right] = levelPairs[i];
