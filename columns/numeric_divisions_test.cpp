@@ -8,37 +8,16 @@
 #include <gtest/gtest.h>
 
 #include "columns/column.hpp"
+#include "tests/gini_column.hpp"
 #include "criteria/gini.hpp"
 
 namespace arbolin {
 namespace {
 
 // A column over rows 0..n-1 already in order of value.
-struct SortedColumn {
-    std::vector<double> x;
-    std::vector<double> y;
-    std::vector<double> w;
-    RowList present;
-    RowList missing;
-    Gini<double, double> gini;
-    std::unique_ptr<IndexedColumn<double, double, double>> column;
-
+struct SortedColumn : testing::GiniColumn {
     SortedColumn(std::vector<double> xs, std::vector<double> ys, std::uint64_t minLeaf)
-        : x(std::move(xs)), y(std::move(ys)), w(x.size(), 1.0), present(x.size()) {
-        std::iota(present.begin(), present.end(), 0);
-        ColumnSetup<double, double, double> s;
-        s.rowCount = x.size();
-        s.x = x.data();
-        s.y = y.data();
-        s.w = w.data();
-        s.present = &present;
-        s.missing = &missing;
-        s.classCount = 3;
-        s.minLeaf = minLeaf;
-        s.classCriterion = &gini;
-        s.parentProb = s.presentProb = static_cast<double>(x.size());
-        column = std::make_unique<IndexedColumn<double, double, double>>(s);
-    }
+        : GiniColumn(std::move(xs), std::move(ys), {3, minLeaf}) {}
 
     std::vector<std::uint64_t> divisions() {
         column->sorted_ = true;  // given in order

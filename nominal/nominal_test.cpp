@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include "columns/column.hpp"
+#include "tests/gini_column.hpp"
 #include "criteria/gini.hpp"
 #include "host/numora_host.hpp"
 
@@ -16,31 +17,10 @@ namespace {
 using Levels = std::vector<std::uint64_t>;
 
 // A nominal column over rows 0..n-1, sorted and divided as the search would.
-struct NominalColumn {
-    std::vector<double> x, y, w;
-    RowList present, missing;
-    Gini<double, double> gini;
-    std::unique_ptr<IndexedColumn<double, double, double>> column;
-
+struct NominalColumn : testing::GiniColumn {
     NominalColumn(std::vector<double> xs, std::vector<double> ys, std::uint64_t K,
                   std::uint64_t algCat = 0, std::uint64_t maxCat = 10, std::uint64_t minLeaf = 1)
-        : x(std::move(xs)), y(std::move(ys)), w(x.size(), 1.0), present(x.size()) {
-        std::iota(present.begin(), present.end(), 0);
-        ColumnSetup<double, double, double> s;
-        s.nominal = true;
-        s.rowCount = x.size();
-        s.x = x.data();
-        s.y = y.data();
-        s.w = w.data();
-        s.present = &present;
-        s.missing = &missing;
-        s.classCount = K;
-        s.minLeaf = minLeaf;
-        s.classCriterion = &gini;
-        s.algCat = algCat;
-        s.maxCat = maxCat;
-        s.parentProb = s.presentProb = static_cast<double>(x.size());
-        column = std::make_unique<IndexedColumn<double, double, double>>(s);
+        : GiniColumn(std::move(xs), std::move(ys), {K, minLeaf, true, algCat, maxCat}) {
         column->divide();
     }
 
