@@ -30,6 +30,11 @@ W ClassificationNominalSplitFinder<X, Y, W>::exact(NominalSplit& split) const {
     ClassWeights<W> above(K, W(0));
     W best = worst();
     for (std::uint64_t mask = 1; mask <= T - 2; ++mask) {
+        // With many levels one enumeration can run for hours: let Ctrl-C in
+        // every 4096 masks, a cost lost next to the masks themselves.
+        if ((mask & 0xFFF) == 0) {
+            hostInterruptCheck();
+        }
         const std::uint64_t complement = ~mask & (T - 1);
         if (complement < mask) {
             continue;

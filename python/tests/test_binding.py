@@ -10,6 +10,7 @@ import signal
 import subprocess
 import sys
 import threading
+import time
 
 import numpy as np
 import pytest
@@ -193,6 +194,23 @@ def test_interrupt_during_a_call_raises_keyboard_interrupt():
     with pytest.raises(KeyboardInterrupt):
         arbolin.calyx(1, inputs, functions={"impurity": impurity})
     arbolin.calyx(1, inputs, functions={"impurity": lambda v: np.array([[1.0]])})  # flag cleared
+
+
+def test_interrupt_inside_one_exact_enumeration_raises_keyboard_interrupt():
+    # 40 levels and 3 classes: 2^39 masks at the root, hours without a check.
+    rng = np.random.default_rng(5)
+    X = rng.integers(0, 40, (300, 1)).astype(np.float64)
+    Y = (X[:, 0] % 3 + rng.integers(0, 2, 300)) % 3
+    inputs = make_inputs(X, Y, is_cat=np.ones((1, 1), dtype=bool), alg_cat=1, max_cat=63)
+    timer = threading.Timer(0.5, os.kill, (os.getpid(), signal.SIGINT))
+    started = time.monotonic()
+    timer.start()
+    try:
+        with pytest.raises(KeyboardInterrupt):
+            arbolin.calyx(1, inputs)
+    finally:
+        timer.join()
+    assert time.monotonic() - started < 1.5  # the signal, then at most a second
 
 
 def test_module_library_may_be_given_by_environment():
