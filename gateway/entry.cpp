@@ -4,12 +4,14 @@
 
 #include "core/types.hpp"
 #include "core/weave_canopy.hpp"
+#include "gateway/contract.hpp"
 #include "gateway/messages.hpp"
 #include "gateway/numora.hpp"
 
 namespace {
 
 using namespace arbolin;
+using namespace arbolin::contract;
 namespace msg = tallix::silvan::learning::treeutils::weaveCanopy;
 
 std::uint64_t countOf(const cxArray* a) { return toCount(cxGetScalar(a)); }
@@ -45,25 +47,25 @@ extern "C" __attribute__((visibility("default"))) void calyxFunction(int outputC
                                                                      cxArray* outputs[],
                                                                      int inputCount,
                                                                      const cxArray* inputs[]) {
-    if (inputCount != 20) {
-        raise(msg::BadNumberOfInputArgs(20));
+    if (inputCount != kInputCount) {
+        raise(msg::BadNumberOfInputArgs(kInputCount));
     }
-    if (outputCount > 22) {
-        raise(msg::BadNumberOfOutputArgs(22));
+    if (outputCount > kOutputCount) {
+        raise(msg::BadNumberOfOutputArgs(kOutputCount));
     }
 
     CanopyArgs args;
     args.outputCount = outputCount;
     args.outputs = outputs;
-    args.x = cxGetData(inputs[0]);
-    args.y = cxGetData(inputs[1]);
-    args.w = cxGetData(inputs[2]);
-    args.isCat = cxGetLogicals(inputs[4]);
+    args.x = cxGetData(inputs[slot(input::X)]);
+    args.y = cxGetData(inputs[slot(input::Y)]);
+    args.w = cxGetData(inputs[slot(input::W)]);
+    args.isCat = cxGetLogicals(inputs[slot(input::IsCat)]);
 
     // A char array names a built-in criterion; a cell names the two host
     // functions of a custom one; anything else is refused by the factory.
     std::string criterion, parentFunction, kidsFunction;
-    const cxArray* criterionArg = inputs[5];
+    const cxArray* criterionArg = inputs[slot(input::CriterionArg)];
     if (cxGetClassID(criterionArg) == cxCHAR_CLASS) {
         criterion = cxGetString(criterionArg);
     } else if (cxGetClassID(criterionArg) == cxCELL_CLASS) {
@@ -76,34 +78,35 @@ extern "C" __attribute__((visibility("default"))) void calyxFunction(int outputC
     args.parentFunction = &parentFunction;
     args.kidsFunction = &kidsFunction;
 
-    args.MinLeaf = countOf(inputs[6]);
-    args.MinParent = countOf(inputs[7]);
-    args.MaxSplits = countOf(inputs[8]);
-    args.SampleSize = countOf(inputs[9]);
-    args.SurrogateCount = countOf(inputs[10]);
-    args.MaxCat = countOf(inputs[11]);
-    args.AlgCat = countOf(inputs[12]);
-    args.CostArg = inputs[13];
-    args.RiskTolerance = cxGetScalar(inputs[14]);
-    args.CurvatureFlag = cxIsLogicalScalarTrue(inputs[15]);
-    args.InteractionFlag = cxIsLogicalScalarTrue(inputs[16]);
-    args.ChisqFlag = cxIsLogicalScalarTrue(inputs[17]);
-    args.StreamArg = inputs[18];
-    args.Verbosity = countOf(inputs[19]);
+    args.MinLeaf = countOf(inputs[slot(input::MinLeaf)]);
+    args.MinParent = countOf(inputs[slot(input::MinParent)]);
+    args.MaxSplits = countOf(inputs[slot(input::MaxSplits)]);
+    args.SampleSize = countOf(inputs[slot(input::SampleSize)]);
+    args.SurrogateCount = countOf(inputs[slot(input::SurrogateCount)]);
+    args.MaxCat = countOf(inputs[slot(input::MaxCat)]);
+    args.AlgCat = countOf(inputs[slot(input::AlgCat)]);
+    args.CostArg = inputs[slot(input::CostArg)];
+    args.RiskTolerance = cxGetScalar(inputs[slot(input::RiskTolerance)]);
+    args.CurvatureFlag = cxIsLogicalScalarTrue(inputs[slot(input::CurvatureFlag)]);
+    args.InteractionFlag = cxIsLogicalScalarTrue(inputs[slot(input::InteractionFlag)]);
+    args.ChisqFlag = cxIsLogicalScalarTrue(inputs[slot(input::ChisqFlag)]);
+    args.StreamArg = inputs[slot(input::StreamArg)];
+    args.Verbosity = countOf(inputs[slot(input::Verbosity)]);
 
-    args.N = cxGetM(inputs[0]);
-    args.D = cxGetN(inputs[0]);
+    args.N = cxGetM(inputs[slot(input::X)]);
+    args.D = cxGetN(inputs[slot(input::X)]);
 
-    const std::uint64_t rowCount = cxGetNumberOfElements(inputs[3]);
-    const double* rowValues = static_cast<const double*>(cxGetData(inputs[3]));
+    const std::uint64_t rowCount = cxGetNumberOfElements(inputs[slot(input::Rows)]);
+    const double* rowValues = static_cast<const double*>(cxGetData(inputs[slot(input::Rows)]));
     RowList rows(rowCount);
     for (std::uint64_t i = 0; i < rowCount; ++i) {
         rows[i] = toCount(rowValues[i]);
     }
     args.rows = &rows;
 
-    dispatch(args, cxGetClassID(inputs[0]) == cxDOUBLE_CLASS,
-             cxGetClassID(inputs[1]) == cxDOUBLE_CLASS, cxGetClassID(inputs[2]) == cxDOUBLE_CLASS);
+    dispatch(args, cxGetClassID(inputs[slot(input::X)]) == cxDOUBLE_CLASS,
+             cxGetClassID(inputs[slot(input::Y)]) == cxDOUBLE_CLASS,
+             cxGetClassID(inputs[slot(input::W)]) == cxDOUBLE_CLASS);
 }
 
 extern "C" __attribute__((visibility("default"))) void calyxfilerequiredapiversion(

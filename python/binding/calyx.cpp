@@ -1,4 +1,6 @@
-// Calls into the host from Python: the module's entry point (`calyx`) and,
+// Calls into the host from Python: the module's entry point (`calyx`), whose
+// inputs are checked first; the same call unchecked (`_calyx_unchecked`), for
+// tests of what the module itself does with inputs that `calyx` refuses; and,
 // for tests of the call-back route, any host function (`_call_host`).
 #include <algorithm>
 #include <climits>
@@ -10,6 +12,7 @@
 #include "binding/bindings.hpp"
 #include "binding/convert.hpp"
 #include "binding/package.hpp"
+#include "frontend/input_check.hpp"
 
 namespace arbolin::binding {
 
@@ -61,6 +64,18 @@ std::vector<numora::ArrayPtr> hostInputs(py::handle inputs) {
         ++i;
     }
     return arrays;
+}
+
+// The module trusts its caller to pass consistent arrays; from Python, the
+// caller is anyone. A class or shape that is wrong is a TypeError, a value
+// out of bounds a ValueError, and either names the input.
+void checkModuleInputs(const std::vector<cxArray*>& inputs) {
+    try {
+        frontend::checkModuleInputs(static_cast<int>(inputs.size()), inputs.data());
+    } catch (const frontend::ContractViolation& e) {
+        if (e.kind() == frontend::ContractViolation::Kind::Type) throw py::type_error(e.what());
+        throw py::value_error(e.what());
+    }
 }
 
 // ------------------------------------------------- host function of Python
@@ -222,17 +237,19 @@ private:
     std::vector<cxArray*> slots_;
 };
 
-// Converts the inputs, sets up the call scope, runs `invoke(nout, outputs,
-// nin, inputs)` without the interpreter lock, and converts the outputs.
-template <class Invoke>
+// Converts the inputs, sets up the call scope, runs `check(inputs)`, runs
+// `invoke(nout, outputs, nin, inputs)` without the interpreter lock, and
+// converts the outputs.
+template <class Check, class Invoke>
 py::tuple hostCall(py::handle nout, py::handle inputs, py::handle functions, py::handle out,
-                   Invoke&& invoke) {
+                   Check&& check, Invoke&& invoke) {
     const int count = outputCount(nout);
     const std::vector<numora::ArrayPtr> arrays = hostInputs(inputs);
     std::vector<cxArray*> raw;
     for (const auto& a : arrays) raw.push_back(a.get());
 
     CallScope scope(functions, out);
+    check(raw);
     OutputSlots outputs(count);
     {
         py::gil_scoped_release release;
@@ -251,18 +268,34 @@ py::tuple hostCall(py::handle nout, py::handle inputs, py::handle functions, py:
     return result;
 }
 
+void noCheck(const std::vector<cxArray*>&) {}
+
+void callModule(int n, cxArray** outputs, int nin, cxArray** in) {
+    arbolinModule().call(n, outputs, nin, const_cast<const cxArray**>(in));
+}
+
+// The module is loaded before the inputs are checked, so that a library
+// that cannot be loaded is reported whatever the inputs.
 py::tuple calyx(py::handle nout, py::handle inputs, py::handle functions, py::handle out) {
-    return hostCall(nout, inputs, functions, out,
-                    [](int n, cxArray** outputs, int nin, cxArray** in) {
-                        arbolinModule().call(n, outputs, nin, const_cast<const cxArray**>(in));
-                    });
+    return hostCall(
+        nout, inputs, functions, out,
+        [](const std::vector<cxArray*>& in) {
+            arbolinModule();
+            checkModuleInputs(in);
+        },
+        callModule);
+}
+
+py::tuple calyxUnchecked(py::handle nout, py::handle inputs, py::handle functions,
+                         py::handle out) {
+    return hostCall(nout, inputs, functions, out, noCheck, callModule);
 }
 
 // Calls host function `name` as the module does; with `trap`, through the
 // trapped call and a rethrow by the host function "throw".
 py::tuple callHost(py::handle nout, const std::string& name, py::handle inputs,
                    py::handle functions, py::handle out, bool trap) {
-    return hostCall(nout, inputs, functions, out,
+    return hostCall(nout, inputs, functions, out, noCheck,
                     [&name, trap](int n, cxArray** outputs, int nin, cxArray** in) {
                         if (!trap) return calyxCallNumora(n, outputs, nin, in, name.c_str());
                         numora::ArrayPtr error(calyxCallNumoraWithTrap(n, outputs, nin, in, name.c_str()));
@@ -285,7 +318,17 @@ duration of the call. When `out` is a list, printed text is appended to it as
 str and warnings as ("WARNING", identifier), instead of going to stdout.
 Both act on host-wide tables for the duration of the call, so calls from
 several threads at once must leave them out. Host errors raise
-arbolin.HostError.)");
+arbolin.HostError.
+
+The inputs are checked before the call: an input of the wrong class or
+shape (or a list of other than twenty) raises TypeError, a value out of
+bounds ValueError, each naming the input by its 1-based position and name,
+e.g. "input 7 (MinLeaf) must be a whole number of at least 1, not 0".)");
+    m.def("_calyx_unchecked", &calyxUnchecked, py::arg("nout"), py::arg("inputs"),
+          py::kw_only(), py::arg("functions") = py::none(), py::arg("out") = py::none(),
+          "calyx without the check of the inputs: the module gets whatever it is given, as "
+          "from the host's own code. For tests of the module's own refusals; inputs that calyx "
+          "refuses may read outside their arrays.");
     m.def("_call_host", &callHost, py::arg("nout"), py::arg("name"), py::arg("inputs"),
           py::kw_only(), py::arg("functions") = py::none(), py::arg("out") = py::none(),
           py::arg("trap") = false,

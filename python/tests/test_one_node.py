@@ -181,7 +181,9 @@ def test_classes_of_x_y_w_choose_the_driver(classes):
     for k, t in enumerate(classes):
         inputs[k] = inputs[k].astype(t)
     expected = one_node_outputs(inputs, stats, *DRIVERS[classes])
-    assert [layout(v) for v in arbolin.calyx(22, inputs)] == [layout(v) for v in expected]
+    # calyx refuses double X with single Y and W, so the module is called as is.
+    outputs = arbolin._core._calyx_unchecked(22, inputs)
+    assert [layout(v) for v in outputs] == [layout(v) for v in expected]
 
 
 def test_driver_of_single_data_computes_in_single():
@@ -195,22 +197,26 @@ def test_driver_of_single_data_computes_in_single():
 
 # ------------------------------------------------------------------ errors
 
-def raised(nout, inputs, **kwargs):
+# The module's own refusals of inputs that calyx refuses before the call.
+UNCHECKED = arbolin._core._calyx_unchecked
+
+
+def raised(nout, inputs, call=arbolin.calyx, **kwargs):
     with pytest.raises(HostError) as info:
-        arbolin.calyx(nout, inputs, **kwargs)
+        call(nout, inputs, **kwargs)
     return info.value
 
 
 @pytest.mark.parametrize("count", [0, 19, 21])
 def test_input_count_other_than_twenty_is_refused(count):
     inputs = (make_inputs(X, CLASSES) + [EMPTY])[:count]
-    e = raised(1, inputs)
+    e = raised(1, inputs, UNCHECKED)
     assert e.identifier == IDS + "weaveCanopy:BadNumberOfInputArgs"
     assert e.args == (20,)
 
 
 def test_input_count_is_checked_before_output_count():
-    e = raised(23, make_inputs(X, CLASSES)[:19])
+    e = raised(23, make_inputs(X, CLASSES)[:19], UNCHECKED)
     assert e.identifier == IDS + "weaveCanopy:BadNumberOfInputArgs"
 
 
@@ -223,7 +229,7 @@ def test_more_than_22_outputs_are_refused(nout):
 
 @pytest.mark.parametrize("criterion", ["Gini", "GDI", "foo", "", "mse ", 1.0, True])
 def test_unknown_criterion_is_refused(criterion):
-    e = raised(1, make_inputs(X, CLASSES, criterion=criterion))
+    e = raised(1, make_inputs(X, CLASSES, criterion=criterion), UNCHECKED)
     assert e.identifier == IDS + "SplitCriteriaFactory:make:BadCriterion"
     assert e.args == ()
 
