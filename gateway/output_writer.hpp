@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <memory>
 
 #include "core/tree.hpp"
 #include "criteria/host_class.hpp"
@@ -13,6 +14,13 @@ namespace arbolin {
 namespace output_detail {
 
 inline double oneBased(std::uint64_t index) { return static_cast<double>(index + 1); }
+
+// A cell being filled is ours until it is handed on: when the host cannot
+// create one of its elements, the cell and the elements already in it go.
+struct ArrayDestroyer {
+    void operator()(cxArray* a) const noexcept { cxDestroyArray(a); }
+};
+using OwnedArray = std::unique_ptr<cxArray, ArrayDestroyer>;
 
 // A 1 by m row array of the list, 0 by 0 when the list is empty.
 template <class T, class List>
@@ -61,9 +69,9 @@ cxArray* perNodeColumns(const Nodes& nodes, std::uint64_t n, std::uint64_t K, Ge
 template <class W, class Nodes, class Tests, class Columns>
 cxArray* testCell(const Nodes& nodes, std::uint64_t n, bool asked, std::uint64_t width,
                   Tests tests, Columns columns) {
-    cxArray* cell = cxCreateCellMatrix(asked ? n : 0, asked ? 1 : 0);
+    OwnedArray cell(cxCreateCellMatrix(asked ? n : 0, asked ? 1 : 0));
     if (!asked) {
-        return cell;
+        return cell.release();
     }
     for (std::uint64_t i = 0; i < n; ++i) {
         const auto& list = tests(nodes[i]);
@@ -76,20 +84,20 @@ cxArray* testCell(const Nodes& nodes, std::uint64_t n, bool asked, std::uint64_t
         for (std::uint64_t r = 0; r < k; ++r) {
             columns(list[r], data + r, k);
         }
-        cxSetCell(cell, i, a);
+        cxSetCell(cell.get(), i, a);
     }
-    return cell;
+    return cell.release();
 }
 
 // An n by 1 cell of one 1 by s array per node (0 by 0 without surrogates),
 // or a 0 by 0 cell when no surrogates were asked for.
 template <class T, class Nodes, class Get>
 cxArray* surrogateCell(const Nodes& nodes, std::uint64_t n, bool asked, Get get) {
-    cxArray* cell = cxCreateCellMatrix(asked ? n : 0, asked ? 1 : 0);
+    OwnedArray cell(cxCreateCellMatrix(asked ? n : 0, asked ? 1 : 0));
     for (std::uint64_t i = 0; asked && i < n; ++i) {
-        cxSetCell(cell, i, get(nodes[i]));
+        cxSetCell(cell.get(), i, get(nodes[i]));
     }
-    return cell;
+    return cell.release();
 }
 
 }  // namespace output_detail
@@ -142,16 +150,16 @@ void writeOutputs(const Tree<X, Y, W>& tree, int outputCount, cxArray** outputs)
         return;
     // 5: the levels of a nominal split, an n by 2 cell.
     {
-        cxArray* cell = cxCreateCellMatrix(n, 2);
+        OwnedArray cell(cxCreateCellMatrix(n, 2));
         for (std::uint64_t i = 0; i < n; ++i) {
             if (!nodes[i].LeftLevels.empty()) {
-                cxSetCell(cell, i, rowArray<X>(nodes[i].LeftLevels));
+                cxSetCell(cell.get(), i, rowArray<X>(nodes[i].LeftLevels));
             }
             if (!nodes[i].RightLevels.empty()) {
-                cxSetCell(cell, i + n, rowArray<X>(nodes[i].RightLevels));
+                cxSetCell(cell.get(), i + n, rowArray<X>(nodes[i].RightLevels));
             }
         }
-        if (!store(cell)) return;
+        if (!store(cell.release())) return;
     }
     if (!store(perNode<X>(nodes, n, [](const NodeT& d) { return d.CutPoint; }))) return;
     if (!store(perNode<double>(nodes, n, [](const NodeT& d) {
@@ -186,19 +194,19 @@ void writeOutputs(const Tree<X, Y, W>& tree, int outputCount, cxArray** outputs)
     if (!store(surrogateCell<X>(nodes, n, surrogatesAsked, [](const NodeT& d) {
             const auto& s = d.surrogates;
             const std::uint64_t count = s.size();
-            cxArray* levels = cxCreateCellMatrix(count == 0 ? 0 : 1, count);
+            OwnedArray levels(cxCreateCellMatrix(count == 0 ? 0 : 1, count));
             for (std::uint64_t j = 0; j < count; ++j) {
                 const auto& [left, right] = s.levelPairs[j];
                 if (!left.empty() && !right.empty()) {
-                    cxArray* pair = cxCreateCellMatrix(1, 2);
-                    cxSetCell(pair, 0, rowArray<X>(left));
-                    cxSetCell(pair, 1, rowArray<X>(right));
-                    cxSetCell(levels, j, pair);
+                    OwnedArray pair(cxCreateCellMatrix(1, 2));
+                    cxSetCell(pair.get(), 0, rowArray<X>(left));
+                    cxSetCell(pair.get(), 1, rowArray<X>(right));
+                    cxSetCell(levels.get(), j, pair.release());
                 } else {
-                    cxSetCell(levels, j, cxCreateCharArray(0, nullptr));
+                    cxSetCell(levels.get(), j, cxCreateCharArray(0, nullptr));
                 }
             }
-            return levels;
+            return levels.release();
         })))
         return;
     if (!store(surrogateCell<double>(nodes, n, surrogatesAsked, [](const NodeT& d) {

@@ -26,12 +26,32 @@ std::uint64_t elementCount(const std::vector<std::uint64_t>& dims) {
     return count;
 }
 
+// What an array of `count` elements takes: its record and its elements.
+std::uint64_t arrayBytes(cxClassID cls, std::uint64_t count) {
+    using Properties = decltype(cxArray::properties)::value_type;
+    const std::uint64_t element = holdsData(cls)          ? kElementRoom
+                                  : cls == cxCELL_CLASS   ? sizeof(ArrayPtr)
+                                  : cls == cxOBJECT_CLASS ? sizeof(Properties)
+                                                          : 0;
+    const std::uint64_t slots = holdsData(cls) && count == 0 ? 1 : count;
+    std::uint64_t bytes = 0;
+    if (__builtin_mul_overflow(slots, element, &bytes) ||
+        __builtin_add_overflow(bytes, sizeof(cxArray), &bytes)) {
+        raise("numora:array", "tooLarge");
+    }
+    return bytes;
+}
+
 }  // namespace
 
 ArrayPtr newArray(cxClassID cls, std::vector<std::uint64_t> dims) {
     normalise(dims);
     const std::uint64_t count = elementCount(dims);
+    if (allocationRefused()) {
+        raise("numora:memory", "outOfMemory", {static_cast<std::int64_t>(arrayBytes(cls, count))});
+    }
     ArrayPtr a(new cxArray);
+    noteAllocated();
     a->classID = cls;
     a->dims = std::move(dims);
     a->count = count;
@@ -85,6 +105,7 @@ cxArray* cxCreateCharArray(std::uint64_t ndim, const std::uint64_t* dims) {
 }
 
 void cxDestroyArray(cxArray* a) {
+    if (a != nullptr) numora::detail::noteReleased();
     delete a;
 }
 

@@ -39,6 +39,12 @@ inline constexpr std::uint64_t kElementRoom = 8;
 // cells unset, objects without properties. Raises when memory runs out.
 ArrayPtr newArray(cxClassID cls, std::vector<std::uint64_t> dims);
 
+// Counts one host allocation; true when it is the one to fail.
+bool allocationRefused() noexcept;
+// A buffer or array made, or given back.
+void noteAllocated() noexcept;
+void noteReleased() noexcept;
+
 bool holdsData(cxClassID cls) noexcept;
 bool isNumeric(cxClassID cls) noexcept;  // double, single and the integer classes
 std::string classIdName(cxClassID cls);

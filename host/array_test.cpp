@@ -178,6 +178,61 @@ TEST(Memory, FailNextAllocationIsOneShot) {
     cxDestroyArray(nullptr);
 }
 
+TEST(Memory, NthAllocationFailsOnceWhateverAllocates) {
+    const numora::AllocationCounts start = numora::allocationCounts();
+    auto made = [&] { return numora::allocationCounts().made - start.made; };
+    auto live = [&] { return numora::allocationCounts().live - start.live; };
+
+    numora::failNthAllocation(3);
+    void* buffer = cxMallocEx(16);               // 1
+    ArrayPtr cell(cxCreateCellMatrix(1, 2));     // 2
+    try {
+        (void)cxCreateLogicalMatrix(2, 3);       // 3
+        FAIL() << "no memory error";
+    } catch (const numora::Exception& e) {
+        EXPECT_EQ(e.identifier(), "numora:memory:outOfMemory");
+        EXPECT_EQ(e.text().rfind("Out of memory: ", 0), 0u) << e.text();
+        EXPECT_GE(boost::get<std::int64_t>(e.message().args.at(0)), 6 * 8);
+    }
+    cxSetCell(cell.get(), 0, numora::cxCreateString("ab"));    // 4
+    cxSetCell(cell.get(), 1, numora::cxCreateDoubleScalar(2));  // 5
+    EXPECT_EQ(made(), 5u);
+    EXPECT_EQ(live(), 4u);  // the failed one never existed
+
+    // A copy makes one array per element; when its third fails, the part
+    // already copied goes with it.
+    numora::failNthAllocation(3);
+    EXPECT_THROW((void)numora::cxDuplicateArray(cell.get()), numora::Exception);
+    EXPECT_EQ(made(), 8u);
+    EXPECT_EQ(live(), 4u);
+    ArrayPtr copy = numora::cxDuplicateArray(cell.get());
+    EXPECT_EQ(made(), 11u);
+    EXPECT_EQ(cxGetScalar(cxGetCell(copy.get(), 1)), 2.0);
+
+    // cxMallocEx gives null rather than raising; the next one succeeds.
+    numora::failNthAllocation(1);
+    EXPECT_EQ(cxMallocEx(8), nullptr);
+    void* second = cxMallocEx(8);
+    ASSERT_NE(second, nullptr);
+    // The fail switch for cxMallocEx passes arrays by.
+    numora::failNextAllocation();
+    ArrayPtr spared(cxCreateLogicalMatrix(1, 1));
+    EXPECT_EQ(cxMallocEx(8), nullptr);
+    // Cancelled before its turn, a failure never comes.
+    numora::failNthAllocation(2);
+    numora::failNthAllocation(0);
+    ArrayPtr a(cxCreateCellMatrix(1, 1)), b(cxCreateCellMatrix(1, 1));
+
+    cxFreeEx(buffer);
+    cxFreeEx(second);
+    cell.reset();
+    copy.reset();
+    spared.reset();
+    a.reset();
+    b.reset();
+    EXPECT_EQ(live(), 0u);
+}
+
 TEST(Numbers, NaN) {
     EXPECT_TRUE(cxIsNaN(cxGetNaN()));
     EXPECT_FALSE(cxIsNaN(1.0));

@@ -66,6 +66,20 @@ private:
 // Makes the next cxMallocEx return null (for tests).
 NUMORA_API void failNextAllocation() noexcept;
 
+// Host allocations: cxMallocEx buffers and arrays, every array counted once
+// (cells, copies, properties read and trapped errors included). `made`
+// counts attempts since the runtime started; `live` what is not yet freed or
+// destroyed.
+struct AllocationCounts {
+    std::uint64_t made = 0;
+    std::uint64_t live = 0;
+};
+NUMORA_API AllocationCounts allocationCounts() noexcept;
+// Makes the k-th host allocation from now fail, on whatever thread it
+// happens (k >= 1; 0 cancels): cxMallocEx returns null, an array creator
+// raises "numora:memory:outOfMemory". Only that one fails.
+NUMORA_API void failNthAllocation(std::uint64_t k) noexcept;
+
 // Host functions reachable by name from calyxCallNumora.
 using HostFunction = std::function<void(int nout, cxArray** outputs, int nin, cxArray** inputs)>;
 NUMORA_API void registerFunction(const std::string& name, HostFunction fn);
