@@ -26,6 +26,7 @@ struct PredictArgs {
     std::string model;
     std::string data;
     std::string output;
+    RawOptions options;  // how the data file is read
 };
 struct DemoArgs {
     std::string outputDir;

@@ -8,6 +8,7 @@
 #include "cli/commands.hpp"
 #include "cli/cost_file.hpp"
 #include "cli/csv_table.hpp"
+#include "cli/reading_options.hpp"
 #include "cli/errors.hpp"
 #include "cli/model.hpp"
 #include "cli/module_call.hpp"
@@ -74,7 +75,10 @@ CLI::App* addFitCommand(CLI::App& app, FitArgs& args) {
         ->type_name("DATA");
     addFitOptions(*fit, args.options);
     fit->footer(
-        "Missing values: an empty field, NA, NaN or ?. Classes and nominal levels are numbered "
+        "Missing values: an empty field, NA, NaN or ?, and those given to --missing. A column "
+        "whose values are at least 90% numbers but not all gets a warning. The delimiter of a "
+        "CSV file is the one of , ; and tab that splits its first line most. Classes and "
+        "nominal levels are numbered "
         "from 0 in sorted order of their labels.\n");
     return fit;
 }
@@ -82,15 +86,21 @@ CLI::App* addFitCommand(CLI::App& app, FitArgs& args) {
 void runFit(const FitArgs& args) {
     const auto start = std::chrono::steady_clock::now();
     const std::string path = resolveDataFile(args.data);
-    const CsvTable table = CsvTable::read(path);
+    const CsvFormat format = csvFormat(args.options);
+    const CsvTable table = CsvTable::read(path, format);
+    table.notices().print(std::cerr);
     const TrainingData data = prepareTrainingData(table, args.options);
+    data.notices.print(std::cerr);
     Settings settings = Settings::resolve(args.options, data.shape());
     settings.set("response", data.response);
 
     std::vector<double> cost;
     if (settings.has("cost")) {
         if (!data.classification) failOption("cost", "a regression tree takes no costs");
-        cost = readCostMatrix(settings.text("cost"), data.classes);
+        Notices notices;
+        cost = readCostMatrix(settings.text("cost"), data.classes, format, settings.flag("single"),
+                              notices);
+        notices.print(std::cerr);
     }
     const std::string output =
         settings.has("output") ? settings.text("output") : defaultOutput(path);

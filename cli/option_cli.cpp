@@ -22,6 +22,9 @@ std::string boundHelp(const OptionRow& option) {
 
 std::string helpText(const OptionRow& option) {
     std::string text(option.help);
+    if (option.kind == OptionKind::Columns || option.kind == OptionKind::Tokens) {
+        text += "; the option given again adds to the list";
+    }
     if (option.kind == OptionKind::Flag && option.defaultHelp == "off") return text;
     const std::string fallback = option.defaultHelp.empty() ? std::string(option.value)
                                                           : std::string(option.defaultHelp);
@@ -36,6 +39,7 @@ std::string typeName(const OptionRow& option) {
         case OptionKind::Real: return "X";
         case OptionKind::Column: return "COLUMN";
         case OptionKind::Columns: return "COLUMN,...";
+        case OptionKind::Tokens: return "TOKEN,...";
         case OptionKind::Path: return "FILE";
         case OptionKind::Keyword:
         case OptionKind::Code: {
@@ -72,20 +76,38 @@ std::vector<std::string> RawOptions::list(std::string_view name) const {
     return it == lists.end() ? std::vector<std::string>{} : it->second;
 }
 
+namespace {
+
+void addOption(CLI::App& command, RawOptions& raw, const OptionRow& option) {
+    const std::string flag = "--" + std::string(option.name);
+    const std::string name(option.name);
+    CLI::Option* added = nullptr;
+    if (option.kind == OptionKind::Flag) {
+        added = command.add_flag(flag, raw.flags[name], helpText(option));
+    } else if (option.kind == OptionKind::Columns || option.kind == OptionKind::Tokens) {
+        // One comma-separated value per flag, so that a list never takes
+        // the data file after it for one more name.
+        added = command.add_option(flag, raw.lists[name], helpText(option))
+                    ->delimiter(',')
+                    ->expected(1)
+                    ->allow_extra_args(false)
+                    ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    } else {
+        added = command.add_option(flag, raw.text[name], helpText(option));
+    }
+    if (option.kind != OptionKind::Flag) added->type_name(typeName(option));
+    raw.options[name] = added;
+}
+
+}  // namespace
+
 void addFitOptions(CLI::App& command, RawOptions& raw) {
+    for (const OptionRow& option : fitOptions()) addOption(command, raw, option);
+}
+
+void addReadingOptions(CLI::App& command, RawOptions& raw) {
     for (const OptionRow& option : fitOptions()) {
-        const std::string flag = "--" + std::string(option.name);
-        const std::string name(option.name);
-        CLI::Option* added = nullptr;
-        if (option.kind == OptionKind::Flag) {
-            added = command.add_flag(flag, raw.flags[name], helpText(option));
-        } else if (option.kind == OptionKind::Columns) {
-            added = command.add_option(flag, raw.lists[name], helpText(option))->delimiter(',');
-        } else {
-            added = command.add_option(flag, raw.text[name], helpText(option));
-        }
-        if (option.kind != OptionKind::Flag) added->type_name(typeName(option));
-        raw.options[name] = added;
+        if (isReadingOption(option.name)) addOption(command, raw, option);
     }
 }
 

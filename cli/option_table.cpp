@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cctype>
 
 namespace arbolin::cli {
 
@@ -28,6 +29,8 @@ std::string_view criteria(const DataShape& s) {
     return s.classification ? "gini|gdi|deviance|twoing|error" : "mse";
 }
 std::string_view nominalMethods(const DataShape&) { return "auto|exact|pull-left|pca|ova"; }
+std::string_view delimiters(const DataShape&) { return ",|;|tab|\\|"; }
+std::string_view encodings(const DataShape&) { return "utf-8|latin1"; }
 
 constexpr OptionRow kOptions[] = {
     {"response", 2, K::Column, "", nullptr, "the last column", 0, nullptr, "", nullptr,
@@ -37,6 +40,19 @@ constexpr OptionRow kOptions[] = {
     {"nominal", 5, K::Columns, "", nullptr, "none", 0, nullptr, "", nullptr,
      "numeric columns to treat as nominal codes; a column with any non-numeric value is "
      "nominal anyway"},
+    {"numeric", 0, K::Columns, "", nullptr, "none", 0, nullptr, "", nullptr,
+     "columns that must be numeric: a value that is neither a number nor missing is an error "
+     "instead of making the column nominal"},
+    {"ignore", 0, K::Columns, "", nullptr, "none", 0, nullptr, "", nullptr,
+     "columns to leave out, such as an ID or a name: neither predictors, response nor weights"},
+    {"missing", 0, K::Tokens, "", nullptr, "none", 0, nullptr, "", nullptr,
+     "more values that mean missing, besides an empty field, NA, NaN and ? (predict adds "
+     "those the model was grown with)"},
+    {"delimiter", 0, K::Keyword, "", nullptr,
+     "the one of , ; and tab that splits the first line most", 0, nullptr, "", delimiters,
+     "the field delimiter of the CSV files read"},
+    {"encoding", 0, K::Keyword, "utf-8", nullptr, "", 0, nullptr, "", encodings,
+     "the text encoding of the CSV files read; latin1 is converted to UTF-8"},
     {"classification", 0, K::Flag, "", nullptr, "when the response is not numeric", 0, nullptr,
      "", nullptr, "grow a classification tree; classes are the response's distinct values"},
     {"regression", 0, K::Flag, "", nullptr, "when the response is numeric", 0, nullptr, "",
@@ -86,20 +102,32 @@ constexpr OptionRow kOptions[] = {
 
 std::span<const OptionRow> fitOptions() { return kOptions; }
 
+bool isReadingOption(std::string_view name) {
+    return name == "delimiter" || name == "encoding" || name == "missing";
+}
+
 std::vector<std::string> choiceList(std::string_view choices) {
-    std::vector<std::string> words;
-    std::size_t start = 0;
-    while (start <= choices.size()) {
-        const std::size_t bar = std::min(choices.find('|', start), choices.size());
-        words.emplace_back(choices.substr(start, bar - start));
-        start = bar + 1;
+    std::vector<std::string> words(1);
+    for (std::size_t i = 0; i < choices.size(); ++i) {
+        if (choices[i] == '\\' && i + 1 < choices.size()) {
+            words.back().push_back(choices[++i]);
+        } else if (choices[i] == '|') {
+            words.emplace_back();
+        } else {
+            words.back().push_back(choices[i]);
+        }
     }
     return words;
 }
 
 std::string joinChoices(const std::vector<std::string>& words) {
     std::string text;
-    for (const std::string& w : words) text += (text.empty() ? "" : ", ") + w;
+    for (const std::string& w : words) {
+        const bool word = std::any_of(w.begin(), w.end(), [](char c) {
+            return std::isalpha(static_cast<unsigned char>(c)) != 0;
+        });
+        text += (text.empty() ? "" : ", ") + (word ? w : "\"" + w + "\"");
+    }
     return text;
 }
 

@@ -20,6 +20,7 @@ enum class OptionKind {
     Code,     // one of `choices`, passed as its position in the list
     Column,   // the name of a data column
     Columns,  // names of data columns, comma-separated
+    Tokens,   // field values, comma-separated
     Path,     // a file
 };
 
@@ -40,12 +41,15 @@ struct OptionRow {
     double lower;                             // least Count or Real
     std::optional<double> (*upper)(const DataShape&);  // most, or null for no bound
     std::string_view upperHelp;                        // the most, in words
-    std::string_view (*choices)(const DataShape&);     // Keyword, Code: "a|b|c"
+    std::string_view (*choices)(const DataShape&);     // Keyword, Code: "a|b|c", "\\|" for |
     std::string_view help;
 };
 
 std::span<const OptionRow> fitOptions();
-// The words of a choices text "a|b|c", and the words joined for people.
+// The options that say how CSV files are read, which predict takes too.
+bool isReadingOption(std::string_view name);
+// The words of a choices text "a|b|c", and the words joined for people
+// (quoted when they hold no letter).
 std::vector<std::string> choiceList(std::string_view choices);
 std::string joinChoices(const std::vector<std::string>& words);
 

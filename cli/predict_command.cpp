@@ -8,6 +8,7 @@
 #include "cli/bundled_data.hpp"
 #include "cli/commands.hpp"
 #include "cli/csv_table.hpp"
+#include "cli/reading_options.hpp"
 #include "cli/csv_writer.hpp"
 #include "cli/errors.hpp"
 #include "cli/model.hpp"
@@ -21,7 +22,8 @@ namespace {
 
 // The predictors' columns of `table`, coded as the module saw them while
 // growing: rows by predictors, column-major.
-std::vector<double> codePredictors(const Model& model, const CsvTable& table) {
+std::vector<double> codePredictors(const Model& model, const CsvTable& table,
+                                   const MissingValues& missing) {
     const std::uint64_t N = table.rowCount();
     std::vector<double> x(N * model.predictors.size());
     for (std::uint64_t j = 0; j < model.predictors.size(); ++j) {
@@ -32,7 +34,9 @@ std::vector<double> codePredictors(const Model& model, const CsvTable& table) {
                             "\", which the model uses as a predictor");
         }
         std::uint64_t unseen = 0;
-        for (std::uint64_t i = 0; i < N; ++i) x[j * N + i] = codeField(p, table, i, *column, unseen);
+        for (std::uint64_t i = 0; i < N; ++i) {
+            x[j * N + i] = codeField(p, table, i, *column, missing, unseen);
+        }
         if (unseen != 0) {
             std::cerr << "arbolin: note: " << unseen << " value(s) of " << p.name << " in "
                       << table.path() << " were not seen in training; they count as missing\n";
@@ -83,6 +87,7 @@ CLI::App* addPredictCommand(CLI::App& app, PredictArgs& args) {
         ->type_name("DATA");
     predict->add_option("--output", args.output, "write to this file [default: standard output]")
         ->type_name("FILE");
+    addReadingOptions(*predict, args.options);
     predict->footer(
         "Writes one row per data row: the prediction, in classification the class shares "
         "(prob_LABEL), and the number of the node the row reached.\n");
@@ -92,8 +97,10 @@ CLI::App* addPredictCommand(CLI::App& app, PredictArgs& args) {
 void runPredict(const PredictArgs& args) {
     const Model model = loadModel(args.model);
     const TreeView tree = readTree(model, args.model);
-    const CsvTable table = CsvTable::read(resolveDataFile(args.data));
-    const std::vector<double> x = codePredictors(model, table);
+    const CsvTable table = CsvTable::read(resolveDataFile(args.data), csvFormat(args.options));
+    table.notices().print(std::cerr);
+    const std::vector<double> x =
+        codePredictors(model, table, missingValues(args.options, model.options));
     std::ofstream file;
     if (!args.output.empty()) {
         file.open(args.output, std::ios::trunc);

@@ -7,6 +7,7 @@
 
 #include "cli/csv_table.hpp"
 #include "cli/levels.hpp"
+#include "cli/values.hpp"
 
 namespace arbolin::cli {
 
@@ -23,6 +24,6 @@ struct Predictor {
 // `unseen`. A field of a numeric predictor that is not a finite number
 // throws UserError at its place.
 double codeField(const Predictor& p, const CsvTable& table, std::uint64_t row,
-                 std::uint64_t column, std::uint64_t& unseen);
+                 std::uint64_t column, const MissingValues& missing, std::uint64_t& unseen);
 
 }  // namespace arbolin::cli

@@ -55,7 +55,7 @@ Settings Settings::resolve(const RawOptions& raw, const DataShape& shape) {
             value = raw.flag(option.name);
             continue;
         }
-        if (option.kind == OptionKind::Columns) {
+        if (option.kind == OptionKind::Columns || option.kind == OptionKind::Tokens) {
             value = raw.list(option.name);
             continue;
         }

@@ -35,6 +35,8 @@ struct RawOptions {
 
 // Adds every row of the option table to `command`, with its help.
 void addFitOptions(CLI::App& command, RawOptions& raw);
+// Adds the rows that say how CSV files are read.
+void addReadingOptions(CLI::App& command, RawOptions& raw);
 
 class Settings {
 public:

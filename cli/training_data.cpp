@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <unordered_map>
 #include <unordered_set>
 
 #include "cli/values.hpp"
@@ -10,10 +11,25 @@ namespace arbolin::cli {
 
 namespace {
 
+// A column whose non-missing values are at least this share numbers reads
+// as meant to be numeric; the few other values get a warning.
+constexpr double kNumericShare = 0.9;
+// A nominal predictor with a different value in every row, in a file of at
+// least this many rows, gets a note that it looks like an identifier.
+constexpr std::uint64_t kIdentifierRows = 10;
+// The other values a warning shows.
+constexpr std::size_t kTokensShown = 4;
+
+bool listed(const std::vector<std::uint64_t>& columns, std::uint64_t column) {
+    return std::find(columns.begin(), columns.end(), column) != columns.end();
+}
+
 struct Columns {
     std::uint64_t response = 0;
     std::optional<std::uint64_t> weights;
     std::vector<std::uint64_t> nominal;
+    std::vector<std::uint64_t> numeric;
+    std::vector<std::uint64_t> ignored;
 };
 
 Columns findColumns(const CsvTable& table, const RawOptions& options) {
@@ -24,18 +40,120 @@ Columns findColumns(const CsvTable& table, const RawOptions& options) {
         c.weights = table.require(*weights, "weights");
         if (*c.weights == c.response) failOption("weights", "the response cannot be the weights");
     }
+    for (const std::string& name : options.list("ignore")) {
+        const std::uint64_t column = table.require(name, "ignore");
+        if (column == c.response) {
+            failOption("ignore", name + " is the response" +
+                                     (response ? "" : " (the last column); name another with "
+                                                      "--response"));
+        }
+        if (column == c.weights) failOption("ignore", name + " is the weights column");
+        c.ignored.push_back(column);
+    }
     for (const std::string& name : options.list("nominal")) {
         const std::uint64_t column = table.require(name, "nominal");
         if (column == c.response || column == c.weights) {
             failOption("nominal", name + " is the response or the weights, not a predictor");
         }
+        if (listed(c.ignored, column)) failOption("nominal", name + " is ignored (--ignore)");
         c.nominal.push_back(column);
+    }
+    for (const std::string& name : options.list("numeric")) {
+        const std::uint64_t column = table.require(name, "numeric");
+        if (column == c.response) {
+            failOption("numeric", name + " is the response; --regression makes it numeric");
+        }
+        if (column == c.weights) failOption("numeric", name + " is the weights, not a predictor");
+        if (listed(c.ignored, column)) failOption("numeric", name + " is ignored (--ignore)");
+        if (listed(c.nominal, column)) failOption("numeric", name + " is given to --nominal too");
+        c.numeric.push_back(column);
     }
     return c;
 }
 
-bool decideClassification(const CsvTable& table, std::uint64_t column,
-                          const RawOptions& options) {
+// What the values of a column read as: how many are numbers (infinities
+// included), how many are not, and those others in order of appearance.
+struct Census {
+    struct Token {
+        std::string_view text;
+        std::uint64_t count = 0;
+        std::uint64_t firstRow = 0;
+    };
+    std::uint64_t numbers = 0;
+    std::uint64_t texts = 0;
+    std::vector<Token> tokens;
+
+    bool mostlyNumbers() const {
+        return texts != 0 && double(numbers) >= kNumericShare * double(numbers + texts);
+    }
+};
+
+Census takeCensus(const CsvTable& table, std::uint64_t column, const MissingValues& missing) {
+    Census census;
+    std::unordered_map<std::string_view, std::size_t> index;
+    for (std::uint64_t r = 0; r < table.rowCount(); ++r) {
+        const std::string_view field = table.field(r, column);
+        double v = 0;
+        if (missing(field)) continue;
+        if (readNumber(field, v) != Reading::Text) {
+            ++census.numbers;
+            continue;
+        }
+        ++census.texts;
+        const auto [it, added] = index.emplace(field, census.tokens.size());
+        if (added) census.tokens.push_back({field, 0, r});
+        ++census.tokens[it->second].count;
+    }
+    return census;
+}
+
+bool decimalComma(std::string_view token) {
+    if (!token.empty() && (token.front() == '-' || token.front() == '+')) token.remove_prefix(1);
+    const std::size_t comma = token.find(',');
+    const auto digits = [](std::string_view s) {
+        return !s.empty() &&
+               std::all_of(s.begin(), s.end(), [](char c) { return c >= '0' && c <= '9'; });
+    };
+    return comma != std::string_view::npos && digits(token.substr(0, comma)) &&
+           digits(token.substr(comma + 1));
+}
+
+// `what` is what the other values do ("the column nominal"), `strict` the
+// option that would refuse them instead.
+std::string mostlyNumbersWarning(const CsvTable& table, std::uint64_t column, const Census& census,
+                                 const std::string& what, const std::string& strict) {
+    std::string shown;
+    std::string suggested;  // for --missing, which cannot take a comma
+    bool commas = false;
+    const std::size_t count = std::min(census.tokens.size(), kTokensShown);
+    for (std::size_t k = 0; k < count; ++k) {
+        const Census::Token& t = census.tokens[k];
+        const std::string line = std::to_string(table.line(t.firstRow));
+        shown += k == 0 ? "" : k + 1 == count && count == census.tokens.size() ? " and " : ", ";
+        shown += "\"" + std::string(t.text) + "\" (" +
+                 (t.count == 1 ? "once, on line " + line
+                               : std::to_string(t.count) + " times, first on line " + line) +
+                 ")";
+        if (t.text.find(',') == std::string_view::npos) {
+            suggested += (suggested.empty() ? "" : ",") + std::string(t.text);
+        }
+        commas = commas || decimalComma(t.text);
+    }
+    if (census.tokens.size() > count) {
+        shown += ", and " + std::to_string(census.tokens.size() - count) + " other values";
+    }
+    Place place = table.place(0, column);
+    place.line = 0;
+    return describe(place) + ": " + std::to_string(census.numbers) + " of " +
+           std::to_string(census.numbers + census.texts) + " values are numbers, but " + shown +
+           " make " + what +
+           (commas ? " (a decimal comma is not read as a decimal point)" : "") + "; " +
+           (suggested.empty() ? "" : "--missing " + suggested + " reads such values as missing, ") +
+           strict + " makes them errors";
+}
+
+bool decideClassification(const CsvTable& table, std::uint64_t column, const RawOptions& options,
+                          const MissingValues& missing, Notices& notices) {
     const bool classification = options.flag("classification");
     const bool regression = options.flag("regression");
     if (classification && regression) {
@@ -48,7 +166,7 @@ bool decideClassification(const CsvTable& table, std::uint64_t column,
     for (std::uint64_t r = 0; r < table.rowCount(); ++r) {
         const std::string_view field = table.field(r, column);
         double v = 0;
-        if (isMissing(field)) continue;
+        if (missing(field)) continue;
         const Reading reading = readNumber(field, v);
         if (reading == Reading::Number) continue;
         if (!firstBad) firstBad = r;
@@ -56,7 +174,13 @@ bool decideClassification(const CsvTable& table, std::uint64_t column,
         if (regression) break;
     }
     if (!firstBad) return false;
-    if (text && !regression) return true;
+    if (text && !regression) {
+        if (const Census census = takeCensus(table, column, missing); census.mostlyNumbers()) {
+            notices.warn(mostlyNumbersWarning(table, column, census,
+                                              "the tree a classification tree", "--regression"));
+        }
+        return true;
+    }
     const std::string field(table.field(*firstBad, column));
     failAt(table.place(*firstBad, column),
            "\"" + field + "\" is not a finite number" +
@@ -64,29 +188,57 @@ bool decideClassification(const CsvTable& table, std::uint64_t column,
                            : " (a numeric response must be finite)"));
 }
 
-Predictor describePredictor(const CsvTable& table, std::uint64_t column, bool nominal) {
+Predictor describePredictor(const CsvTable& table, std::uint64_t column, const Columns& columns,
+                            const MissingValues& missing, Notices& notices) {
     Predictor p;
     p.name = table.header()[column];
-    double v = 0;
-    for (std::uint64_t r = 0; r < table.rowCount() && !nominal; ++r) {
-        const std::string_view field = table.field(r, column);
-        nominal = !isMissing(field) && readNumber(field, v) == Reading::Text;
+    const bool forced = listed(columns.nominal, column);
+    if (!forced) {
+        const Census census = takeCensus(table, column, missing);
+        if (census.texts == 0) return p;
+        if (listed(columns.numeric, column)) {
+            const Census::Token& first = census.tokens.front();
+            const bool comma = first.text.find(',') != std::string_view::npos;
+            failAt(table.place(first.firstRow, column),
+                   "\"" + std::string(first.text) + "\" is not a number, and --numeric makes " +
+                       p.name + " numeric" +
+                       (comma ? "" : "; --missing " + std::string(first.text) +
+                                         " reads it as missing"));
+        }
+        if (census.mostlyNumbers()) {
+            notices.warn(mostlyNumbersWarning(table, column, census, "the column nominal",
+                                              "--numeric " + p.name));
+        }
     }
-    if (!nominal) return p;
     std::unordered_set<std::string_view> distinct;
     for (std::uint64_t r = 0; r < table.rowCount(); ++r) {
         const std::string_view field = table.field(r, column);
-        if (!isMissing(field)) distinct.insert(field);
+        if (!missing(field)) distinct.insert(field);
     }
     p.kind = PredictorKind::Nominal;
     p.levels = Levels::fromValues(std::vector<std::string>(distinct.begin(), distinct.end()));
+    if (!forced && table.rowCount() >= kIdentifierRows && distinct.size() == table.rowCount()) {
+        Place place = table.place(0, column);
+        place.line = 0;
+        notices.note(describe(place) + ": every one of its " + std::to_string(distinct.size()) +
+                     " rows has a value of its own, as in an ID column; --ignore " + p.name +
+                     " leaves it out");
+    }
     return p;
 }
 
-double readWeight(const CsvTable& table, std::uint64_t row, std::uint64_t column) {
+void checkSingle(const CsvTable& table, std::uint64_t row, std::uint64_t column, double v) {
+    if (fitsSingle(v)) return;
+    failAt(table.place(row, column), "\"" + std::string(table.field(row, column)) +
+                                         "\" is beyond the range of single precision, which "
+                                         "--single needs");
+}
+
+double readWeight(const CsvTable& table, std::uint64_t row, std::uint64_t column,
+                  const MissingValues& missing) {
     const std::string_view field = table.field(row, column);
     double v = 0;
-    if (isMissing(field)) failAt(table.place(row, column), "the weight is missing");
+    if (missing(field)) failAt(table.place(row, column), "the weight is missing");
     if (readNumber(field, v) != Reading::Number) {
         failAt(table.place(row, column), "\"" + std::string(field) + "\" is not a finite number");
     }
@@ -98,16 +250,19 @@ double readWeight(const CsvTable& table, std::uint64_t row, std::uint64_t column
 
 TrainingData prepareTrainingData(const CsvTable& table, const RawOptions& options) {
     const Columns columns = findColumns(table, options);
+    const MissingValues missing(options.list("missing"));
+    const bool single = options.flag("single");
     TrainingData data;
     data.response = table.header()[columns.response];
-    data.classification = decideClassification(table, columns.response, options);
+    data.classification =
+        decideClassification(table, columns.response, options, missing, data.notices);
     if (columns.weights) data.weights = table.header()[*columns.weights];
 
     std::vector<std::uint64_t> used;
     std::unordered_set<std::string_view> labels;
     for (std::uint64_t r = 0; r < table.rowCount(); ++r) {
         const std::string_view field = table.field(r, columns.response);
-        if (isMissing(field)) continue;
+        if (missing(field)) continue;
         used.push_back(r);
         if (data.classification) labels.insert(field);
     }
@@ -123,23 +278,25 @@ TrainingData prepareTrainingData(const CsvTable& table, const RawOptions& option
 
     std::vector<std::uint64_t> predictorColumns;
     for (std::uint64_t c = 0; c < table.header().size(); ++c) {
-        if (c == columns.response || c == columns.weights) continue;
-        const bool nominal = std::count(columns.nominal.begin(), columns.nominal.end(), c) > 0;
-        data.predictors.push_back(describePredictor(table, c, nominal));
+        if (c == columns.response || c == columns.weights || listed(columns.ignored, c)) continue;
+        data.predictors.push_back(describePredictor(table, c, columns, missing, data.notices));
         predictorColumns.push_back(c);
     }
     if (data.predictors.empty()) {
         throw UserError(table.path() + ": no predictor columns besides the response" +
-                        (columns.weights ? std::string(" and the weights") : ""));
+                        (columns.weights ? std::string(" and the weights") : "") +
+                        (columns.ignored.empty() ? "" : " once the ignored ones are left out"));
     }
 
     const std::uint64_t N = data.rows;
     data.x.resize(N * data.predictors.size());
     std::uint64_t unseen = 0;  // stays 0: every level was collected above
     for (std::uint64_t j = 0; j < data.predictors.size(); ++j) {
+        const bool numeric = data.predictors[j].kind == PredictorKind::Numeric;
         for (std::uint64_t i = 0; i < N; ++i) {
-            data.x[j * N + i] =
-                codeField(data.predictors[j], table, used[i], predictorColumns[j], unseen);
+            double& x = data.x[j * N + i];
+            x = codeField(data.predictors[j], table, used[i], predictorColumns[j], missing, unseen);
+            if (single && numeric) checkSingle(table, used[i], predictorColumns[j], x);
         }
     }
     data.y.resize(N);
@@ -151,8 +308,12 @@ TrainingData prepareTrainingData(const CsvTable& table, const RawOptions& option
             data.y[i] = static_cast<double>(*data.classes.find(field));
         } else {
             readNumber(field, data.y[i]);
+            if (single) checkSingle(table, used[i], columns.response, data.y[i]);
         }
-        if (columns.weights) data.w[i] = readWeight(table, used[i], *columns.weights);
+        if (columns.weights) {
+            data.w[i] = readWeight(table, used[i], *columns.weights, missing);
+            if (single) checkSingle(table, used[i], *columns.weights, data.w[i]);
+        }
         total += data.w[i];
     }
     if (!(total > 0) || !std::isfinite(total)) {

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "cli/csv_table.hpp"
+#include "cli/notices.hpp"
 #include "cli/option_table.hpp"
 #include "cli/predictor.hpp"
 #include "cli/settings.hpp"
@@ -14,7 +15,7 @@
 namespace arbolin::cli {
 
 struct TrainingData {
-    std::vector<Predictor> predictors;  // every column but the response and weights
+    std::vector<Predictor> predictors;  // every column but the response, weights and ignored
     std::string response;
     bool classification = false;
     Levels classes;       // classification only
@@ -24,13 +25,14 @@ struct TrainingData {
     std::vector<double> x;  // rows by predictors, column-major, NaN for missing
     std::vector<double> y;  // class codes 0..K-1, or the response
     std::vector<double> w;  // sum to 1
+    Notices notices;        // columns that look like mistakes
 
     DataShape shape() const { return {rows, predictors.size(), classification}; }
 };
 
-// Uses the options response, weights, nominal, classification and
-// regression. Throws UserError naming the option, or the file, line and
-// column of a bad value.
+// Uses the options response, weights, nominal, numeric, ignore, missing,
+// classification, regression and single. Throws UserError naming the
+// option, or the file, line and column of a bad value.
 TrainingData prepareTrainingData(const CsvTable& table, const RawOptions& options);
 
 }  // namespace arbolin::cli

@@ -22,6 +22,18 @@ bool isMissing(std::string_view field) {
     return field.empty() || field == "NA" || field == "?" || equalsIgnoringCase(field, "nan");
 }
 
+MissingValues::MissingValues(std::vector<std::string> more) : more_(std::move(more)) {
+    std::erase_if(more_, [](const std::string& token) { return isMissing(token); });
+    std::sort(more_.begin(), more_.end());
+    more_.erase(std::unique(more_.begin(), more_.end()), more_.end());
+}
+
+bool MissingValues::operator()(std::string_view field) const {
+    return isMissing(field) || std::binary_search(more_.begin(), more_.end(), field);
+}
+
+bool fitsSingle(double value) { return !std::isinf(static_cast<float>(value)); }
+
 Reading readNumber(std::string_view field, double& value) {
     if (!field.empty() && field.front() == '+') field.remove_prefix(1);
     if (field.empty() || field.front() == '+') return Reading::Text;

@@ -11,11 +11,28 @@ namespace arbolin::cli {
 // An empty field, NA, NaN (any spelling of nan) or ?.
 bool isMissing(std::string_view field);
 
+// The built-in missing values and any more tokens the user named
+// (--missing), matched as whole fields.
+class MissingValues {
+public:
+    MissingValues() = default;
+    explicit MissingValues(std::vector<std::string> more);
+    bool operator()(std::string_view field) const;
+    const std::vector<std::string>& more() const noexcept { return more_; }
+
+private:
+    std::vector<std::string> more_;
+};
+
 enum class Reading { Number, Text, Infinite };
 
 // A finite decimal number takes the whole field (a leading + is allowed);
 // Infinite is a number too large for a double, or inf.
 Reading readNumber(std::string_view field, double& value);
+
+// Whether a finite double stays finite as a float (rounding may still take
+// it to the largest float).
+bool fitsSingle(double value);
 
 // The shortest text that reads back as the same double (or float).
 std::string formatNumber(double value);
