@@ -39,7 +39,7 @@ double readElement(const Json& e, const std::string& where) {
     if (e.is_number()) return e.get<double>();
     if (e == "Inf") return std::numeric_limits<double>::infinity();
     if (e == "-Inf") return -std::numeric_limits<double>::infinity();
-    bad(where, "an element is " + e.dump() + ", not a number, null, \"Inf\" or \"-Inf\"");
+    bad(where, "an element is " + jsonExcerpt(e) + ", not a number, null, \"Inf\" or \"-Inf\"");
 }
 
 std::vector<std::uint64_t> readShape(const Json& json, const std::string& where,
@@ -51,7 +51,7 @@ std::vector<std::uint64_t> readShape(const Json& json, const std::string& where,
     std::vector<std::uint64_t> dims;
     count = 1;
     for (const Json& d : *it) {
-        if (!d.is_number_unsigned()) bad(where, "a size in \"shape\" is " + d.dump());
+        if (!d.is_number_unsigned()) bad(where, "a size in \"shape\" is " + jsonExcerpt(d));
         dims.push_back(d.get<std::uint64_t>());
         if (__builtin_mul_overflow(count, dims.back(), &count)) bad(where, "the shape is too large");
     }
@@ -67,6 +67,13 @@ const Json& readData(const Json& json, const std::string& where, std::uint64_t c
 }
 
 }  // namespace
+
+std::string jsonExcerpt(const Json& json) {
+    constexpr std::size_t kLongest = 40;
+    std::string text = json.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+    if (text.size() > kLongest) text = text.substr(0, kLongest - 3) + "...";
+    return text;
+}
 
 Json arrayToJson(const cxArray* a) {
     Json json = Json::object();
@@ -133,7 +140,7 @@ numora::ArrayPtr arrayFromJson(const Json& json, const std::string& where, int d
         if (dims.size() != 2) bad(where, "a logical array has two sizes");
         a.reset(cxCreateLogicalMatrix(dims[0], dims[1]));
         for (std::uint64_t i = 0; i < count; ++i) {
-            if (!data[i].is_boolean()) bad(where, "an element is " + data[i].dump() + ", not true or false");
+            if (!data[i].is_boolean()) bad(where, "an element is " + jsonExcerpt(data[i]) + ", not true or false");
             cxGetLogicals(a.get())[i] = data[i].get<bool>();
         }
     } else if (cls == "cell") {

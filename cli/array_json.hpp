@@ -16,6 +16,9 @@ namespace arbolin::cli {
 
 nlohmann::ordered_json arrayToJson(const cxArray* a);
 
+// A value as a message quotes it: its JSON, cut short when long.
+std::string jsonExcerpt(const nlohmann::ordered_json& json);
+
 // Throws UserError naming `where` when the JSON is not such an array.
 numora::ArrayPtr arrayFromJson(const nlohmann::ordered_json& json, const std::string& where,
                                int depth = 0);

@@ -34,15 +34,17 @@ void checkWritable(const std::string& path) {
     if (!parent.empty() && !fs::is_directory(parent, error)) {
         failOption("output", "the folder " + parent.string() + " does not exist");
     }
+    if (fs::is_directory(path, error)) failOption("output", path + " is a folder");
 }
 
-Model assemble(const TrainingData& data, const Settings& settings,
+Model assemble(const TrainingData& data, const Settings& settings, std::vector<double> cost,
                std::vector<numora::ArrayPtr> outputs) {
     Model model;
     model.predictors = data.predictors;
     model.response = data.response;
     model.classification = data.classification;
     model.classes = data.classes;
+    model.costs = std::move(cost);
     model.weights = data.weights;
     model.single = settings.flag("single");
     model.options = settings.toJson();
@@ -50,15 +52,22 @@ Model assemble(const TrainingData& data, const Settings& settings,
     return model;
 }
 
-nlohmann::ordered_json costJson(const std::vector<double>& cost, std::uint64_t K) {
-    if (cost.empty()) return nullptr;
-    nlohmann::ordered_json rows = nlohmann::ordered_json::array();
-    for (std::uint64_t i = 0; i < K; ++i) {
-        std::vector<double> row;
-        for (std::uint64_t j = 0; j < K; ++j) row.push_back(cost[i + j * K]);
-        rows.push_back(row);
+// A response taken as classes that has nearly as many values as rows (an
+// identifier, or a measurement) makes a tree that is slow to grow and a
+// model that is large, and is seldom what was meant. The rule: more than
+// 50 classes, and more than a tenth of the rows.
+void warnOfManyClasses(const TrainingData& data) {
+    const std::uint64_t K = data.classes.size();
+    if (!data.classification || K <= 50 || K * 10 <= data.rows) return;
+    std::cout.flush();
+    std::cerr << "arbolin: warning: the response " << data.response << " has " << K
+              << " distinct values in " << data.rows
+              << " rows, each of them a class; growing may take long and the model may be large.";
+    if (data.classes.numbers()) {
+        std::cerr << " Its values are numbers: for a regression tree, use --regression.\n";
+    } else {
+        std::cerr << " If it is not what the tree should predict, name another with --response.\n";
     }
-    return rows;
 }
 
 }  // namespace
@@ -79,7 +88,8 @@ CLI::App* addFitCommand(CLI::App& app, FitArgs& args) {
         "whose values are at least 90% numbers but not all gets a warning. The delimiter of a "
         "CSV file is the one of , ; and tab that splits its first line most. Classes and "
         "nominal levels are numbered "
-        "from 0 in sorted order of their labels.\n");
+        "from 0 in sorted order of their labels. A response with more than 50 classes, and "
+        "more classes than a tenth of the rows, gets a warning before the tree grows.\n");
     return fit;
 }
 
@@ -110,20 +120,20 @@ void runFit(const FitArgs& args) {
         std::cout << "Left out " << data.leftOut << " of " << table.rowCount()
                   << " rows: their response (" << data.response << ") is missing.\n";
     }
+    warnOfManyClasses(data);
     ModuleInputs inputs(data, settings, cost, settings.flag("single"));
     const auto grown = std::chrono::steady_clock::now();
     std::vector<numora::ArrayPtr> outputs = growTree(inputs);
     const double fitSeconds =
         std::chrono::duration<double>(std::chrono::steady_clock::now() - grown).count();
 
-    Model model = assemble(data, settings, std::move(outputs));
+    Model model = assemble(data, settings, std::move(cost), std::move(outputs));
     const TreeView tree = readTree(model, "the module's outputs");
     const TreeShape shape = treeShape(tree);
     const double score = trainingScore(tree, data);
     model.training = {{"file", path},
                       {"rows", data.rows},
                       {"rows_left_out", data.leftOut},
-                      {"cost_matrix", costJson(cost, data.classes.size())},
                       {"fit_seconds", fitSeconds},
                       {"module", modulePath()}};
     saveModel(model, output);

@@ -1,5 +1,6 @@
 #include "cli/model.hpp"
 
+#include <cmath>
 #include <set>
 
 #include "cli/array_json.hpp"
@@ -58,6 +59,40 @@ private:
     std::string prefix_;
 };
 
+// Row i holds the costs of predicting each class for true class i.
+Json costRows(const std::vector<double>& cost, std::uint64_t K) {
+    Json rows = Json::array();
+    for (std::uint64_t i = 0; i < K; ++i) {
+        std::vector<double> row;
+        for (std::uint64_t j = 0; j < K; ++j) row.push_back(cost[i + j * K]);
+        rows.push_back(row);
+    }
+    return rows;
+}
+
+// The costs of entry `key`, column-major; none for null.
+std::vector<double> readCosts(const Reader& r, const Json& rows, const std::string& key,
+                              std::uint64_t K) {
+    if (rows.is_null()) return {};
+    const std::string shape = "should be " + std::to_string(K) + " rows of " + std::to_string(K) +
+                              " costs, one row and column per class";
+    if (!rows.is_array() || rows.size() != K) r.fail(key, shape);
+    for (const Json& row : rows) {
+        if (!row.is_array() || row.size() != K) r.fail(key, shape);
+    }
+    std::vector<double> cost(K * K);
+    for (std::uint64_t i = 0; i < K; ++i) {
+        for (std::uint64_t j = 0; j < K; ++j) {
+            const Json& v = rows[i][j];
+            if (!v.is_number() || !(v.get<double>() >= 0) || !std::isfinite(v.get<double>())) {
+                r.fail(key, "holds " + jsonExcerpt(v) + ", not a finite cost of 0 or more");
+            }
+            cost[i + j * K] = v.get<double>();
+        }
+    }
+    return cost;
+}
+
 Levels readLevels(const Reader& r, const std::string& key, const std::string& numbersKey) {
     std::vector<std::string> labels = r.texts(key);
     std::set<std::string> distinct(labels.begin(), labels.end());
@@ -76,6 +111,9 @@ Json modelToJson(const Model& model) {
     if (model.classification) {
         response["classes"] = levelsJson(model.classes);
         response["classes_are_numbers"] = model.classes.numbers();
+        if (!model.costs.empty()) {
+            response["cost_matrix"] = costRows(model.costs, model.classes.size());
+        }
     }
     json["response"] = std::move(response);
     Json predictors = Json::array();
@@ -122,6 +160,22 @@ Model modelFromJson(const Json& json, const std::string& path) {
     if (model.classification) {
         model.classes = readLevels(response, "classes", "classes_are_numbers");
         if (model.classes.size() == 0) response.fail("classes", "is empty");
+    }
+    const Json& responseJson = json["response"];
+    if (responseJson.contains("cost_matrix")) {
+        if (!model.classification && !responseJson["cost_matrix"].is_null()) {
+            response.fail("cost_matrix", "belongs to no regression model");
+        }
+        if (model.classification) {
+            model.costs = readCosts(response, responseJson["cost_matrix"], "cost_matrix",
+                                    model.classes.size());
+        }
+    } else if (model.classification && json.contains("training") && json["training"].is_object() &&
+               json["training"].contains("cost_matrix")) {
+        // Where models kept their costs before they had a place of their own.
+        const Reader training(json["training"], path, "training");
+        model.costs = readCosts(training, json["training"]["cost_matrix"], "cost_matrix",
+                                model.classes.size());
     }
     const Json& predictors = top.at("predictors", Json::value_t::array, "a list");
     if (predictors.empty()) top.fail("predictors", "is empty");

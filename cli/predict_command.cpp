@@ -1,9 +1,8 @@
 #include <CLI/CLI.hpp>
 
-#include <cerrno>
-#include <cstring>
-#include <fstream>
 #include <iostream>
+#include <limits>
+#include <optional>
 
 #include "cli/bundled_data.hpp"
 #include "cli/commands.hpp"
@@ -12,6 +11,7 @@
 #include "cli/csv_writer.hpp"
 #include "cli/errors.hpp"
 #include "cli/model.hpp"
+#include "cli/output_file.hpp"
 #include "cli/routing.hpp"
 #include "cli/tree_view.hpp"
 #include "cli/values.hpp"
@@ -20,22 +20,55 @@ namespace arbolin::cli {
 
 namespace {
 
-// The predictors' columns of `table`, coded as the module saw them while
-// growing: rows by predictors, column-major.
-std::vector<double> codePredictors(const Model& model, const CsvTable& table,
+std::string quotedList(const std::vector<std::string>& names) {
+    std::string text;
+    for (const std::string& n : names) text += (text.empty() ? "\"" : ", \"") + n + "\"";
+    return text;
+}
+
+// The predictors' columns of `table` that the tree looks at, coded as the
+// module saw them while growing: rows by predictors, column-major. A
+// predictor no split or surrogate uses stays NaN and need not be in the
+// file; one only surrogates use counts as missing when it is absent.
+std::vector<double> codePredictors(const Model& model, const TreeView& tree, const CsvTable& table,
                                    const MissingValues& missing) {
-    const std::uint64_t N = table.rowCount();
-    std::vector<double> x(N * model.predictors.size());
-    for (std::uint64_t j = 0; j < model.predictors.size(); ++j) {
-        const Predictor& p = model.predictors[j];
-        const auto column = table.find(p.name);
-        if (!column) {
-            throw UserError(table.path() + " has no column \"" + p.name +
-                            "\", which the model uses as a predictor");
+    const std::uint64_t D = model.predictors.size();
+    enum class Use { None, Surrogate, Split };
+    std::vector<Use> use(D, Use::None);
+    for (const TreeNode& node : tree.nodes) {
+        if (!node.branch()) continue;
+        use[static_cast<std::uint64_t>(node.split)] = Use::Split;
+        for (const Surrogate& s : node.surrogates) {
+            if (use[s.predictor] == Use::None) use[s.predictor] = Use::Surrogate;
         }
+    }
+    std::vector<std::optional<std::uint64_t>> columns(D);
+    std::vector<std::string> absentSplits, absentSurrogates;
+    for (std::uint64_t j = 0; j < D; ++j) {
+        if (use[j] == Use::None) continue;
+        columns[j] = table.find(model.predictors[j].name);
+        if (columns[j]) continue;
+        auto& absent = use[j] == Use::Split ? absentSplits : absentSurrogates;
+        absent.push_back(model.predictors[j].name);
+    }
+    if (!absentSplits.empty()) {
+        throw UserError(table.path() + " has no column" + (absentSplits.size() == 1 ? " " : "s ") +
+                        quotedList(absentSplits) + ", which the model uses in its splits");
+    }
+    if (!absentSurrogates.empty()) {
+        std::cerr << "arbolin: note: " << table.path() << " has no column"
+                  << (absentSurrogates.size() == 1 ? " " : "s ") << quotedList(absentSurrogates)
+                  << ", which only surrogate splits use; every row counts as missing "
+                  << (absentSurrogates.size() == 1 ? "it" : "them") << '\n';
+    }
+    const std::uint64_t N = table.rowCount();
+    std::vector<double> x(N * D, std::numeric_limits<double>::quiet_NaN());
+    for (std::uint64_t j = 0; j < D; ++j) {
+        if (!columns[j]) continue;
+        const Predictor& p = model.predictors[j];
         std::uint64_t unseen = 0;
         for (std::uint64_t i = 0; i < N; ++i) {
-            x[j * N + i] = codeField(p, table, i, *column, missing, unseen);
+            x[j * N + i] = codeField(p, table, i, *columns[j], missing, unseen);
         }
         if (unseen != 0) {
             std::cerr << "arbolin: note: " << unseen << " value(s) of " << p.name << " in "
@@ -100,16 +133,10 @@ void runPredict(const PredictArgs& args) {
     const CsvTable table = CsvTable::read(resolveDataFile(args.data), csvFormat(args.options));
     table.notices().print(std::cerr);
     const std::vector<double> x =
-        codePredictors(model, table, missingValues(args.options, model.options));
-    std::ofstream file;
-    if (!args.output.empty()) {
-        file.open(args.output, std::ios::trunc);
-        if (!file) throw UserError("cannot write " + args.output + ": " + std::strerror(errno));
-    }
-    std::ostream& out = args.output.empty() ? std::cout : file;
-    writePredictions(out, model, tree, x, table.rowCount());
-    out.flush();
-    if (!out) throw UserError("cannot write " + (args.output.empty() ? "the output" : args.output));
+        codePredictors(model, tree, table, missingValues(args.options, model.options));
+    OutputFile out(args.output);
+    writePredictions(out.stream(), model, tree, x, table.rowCount());
+    out.commit();
 }
 
 }  // namespace arbolin::cli

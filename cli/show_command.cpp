@@ -1,13 +1,9 @@
 #include <CLI/CLI.hpp>
 
-#include <cerrno>
-#include <cstring>
-#include <fstream>
-#include <iostream>
-
 #include "cli/commands.hpp"
 #include "cli/errors.hpp"
 #include "cli/model.hpp"
+#include "cli/output_file.hpp"
 #include "cli/render.hpp"
 #include "cli/tree_view.hpp"
 
@@ -29,19 +25,13 @@ CLI::App* addShowCommand(CLI::App& app, ShowArgs& args) {
 void runShow(const ShowArgs& args) {
     const Model model = loadModel(args.model);
     const TreeView tree = readTree(model, args.model);
-    std::ofstream file;
-    if (!args.output.empty()) {
-        file.open(args.output, std::ios::trunc);
-        if (!file) throw UserError("cannot write " + args.output + ": " + std::strerror(errno));
-    }
-    std::ostream& out = args.output.empty() ? std::cout : file;
+    OutputFile out(args.output);
     if (args.format == "dot") {
-        renderDot(out, model, tree);
+        renderDot(out.stream(), model, tree);
     } else {
-        renderText(out, model, tree);
+        renderText(out.stream(), model, tree);
     }
-    out.flush();
-    if (!out) throw UserError("cannot write " + (args.output.empty() ? "the output" : args.output));
+    out.commit();
 }
 
 }  // namespace arbolin::cli

@@ -1,5 +1,6 @@
 // The tree in a model's outputs as plain nodes, checked for consistency:
-// a model file is user input like any other.
+// a model file is user input like any other, and whatever passes the
+// checks can be rendered and routed through without going astray.
 #pragma once
 
 #include <cstdint>
@@ -23,7 +24,7 @@ struct TreeNode {
     std::int64_t split = -1;            // 0-based predictor of the split
     double cut = 0;                     // NaN for a nominal split
     std::vector<double> leftLevels, rightLevels;
-    double value = 0;  // class code, or mean response
+    double value = 0;  // the prediction: class code (of least expected cost, with costs), or mean
     double prob = 0;
     double size = 0;
     double risk = 0;
