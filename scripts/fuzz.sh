@@ -15,12 +15,14 @@ runs=1000000
 if [ "${1:-}" = "--runs" ]; then runs=$2; shift 2; fi
 ./scripts/install-deps.sh
 CC=clang CXX=clang++ cmake -S . -B build-fuzz -DARBOLIN_FUZZ=ON -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
-cmake --build build-fuzz -j2 >/dev/null
-mkdir -p build-fuzz/findings
 targets=("$@")
 if [ ${#targets[@]} -eq 0 ]; then
-  for f in build-fuzz/fuzz/fuzz_*; do targets+=("$(basename "$f" | sed 's/^fuzz_//')"); done
+  for f in fuzz/fuzz_*.cpp; do targets+=("$(basename "$f" .cpp | sed 's/^fuzz_//')"); done
 fi
+# Only the fuzz targets: the module library, linked with --no-undefined,
+# does not link against clang's sanitizer runtimes.
+cmake --build build-fuzz -j2 --target "${targets[@]/#/fuzz_}" >/dev/null
+mkdir -p build-fuzz/findings
 for t in "${targets[@]}"; do
   work=build-fuzz/corpus/$t
   mkdir -p "$work"
