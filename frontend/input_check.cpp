@@ -98,7 +98,8 @@ bool isFloating(const cxArray* a) {
 
 bool isRealNumeric(const cxArray* a) {
     const cxClassID id = cxGetClassID(a);
-    return id == cxDOUBLE_CLASS || id == cxSINGLE_CLASS || (id >= cxINT8_CLASS && id <= cxUINT64_CLASS);
+    return id == cxDOUBLE_CLASS || id == cxSINGLE_CLASS ||
+           (id >= cxINT8_CLASS && id <= cxUINT64_CLASS);
 }
 
 bool isMatrix(const cxArray* a) { return cxGetNumberOfDimensions(a) == 2; }
@@ -235,7 +236,8 @@ Criterion checkCriterion(const cxArray* arg) {
                  "the parent and the kids host functions, not " + described(arg));
     }
     if (cxGetString(cxGetCell(arg, 0)).empty()) {
-        failValue(input::CriterionArg, "must name a parent host function: its first element is empty");
+        failValue(input::CriterionArg,
+                  "must name a parent host function: its first element is empty");
     }
     return {"custom"};
 }
@@ -270,7 +272,8 @@ void checkStream(const cxArray* stream, std::uint64_t sampleSize, std::uint64_t 
                  numora::cxGetObjectClassName(stream) == "RandStream";
     if (valid) {
         const numora::ArrayPtr id(cxGetProperty(stream, 0, "StreamID"));
-        valid = id && cxGetClassID(id.get()) == cxUINT64_CLASS && cxGetNumberOfElements(id.get()) == 1;
+        valid = id && cxGetClassID(id.get()) == cxUINT64_CLASS &&
+                cxGetNumberOfElements(id.get()) == 1;
     }
     if (!valid) {
         failType(input::StreamArg, "must be empty or a RandStream object with a uint64 StreamID "
@@ -294,9 +297,9 @@ std::uint64_t checkCost(const cxArray* cost, const Criterion& criterion, cxClass
         using T = std::remove_cvref_t<decltype(*c)>;
         for (std::uint64_t i = 0; i < K * K; ++i) {
             if (!(std::isfinite(c[i]) && c[i] >= 0)) {
-                failValue(input::CostArg, "must hold finite costs of 0 or more, not " + shown(c[i]) +
-                                              " (row " + std::to_string(i % K) + ", column " +
-                                              std::to_string(i / K) + ")");
+                failValue(input::CostArg, "must hold finite costs of 0 or more, not " +
+                                              shown(c[i]) + " (row " + std::to_string(i % K) +
+                                              ", column " + std::to_string(i / K) + ")");
             }
         }
         if (criterion.keyword == "error") return;
