@@ -89,6 +89,8 @@ OutputFile::OutputFile(const std::string& path) : path_(path) {
         }
         struct stat link {};
         const bool dangling = !exists && ::lstat(path.c_str(), &link) == 0;
+        // A file we may not write is not replaced behind its back.
+        if (exists && ::access(path.c_str(), W_OK) != 0) fail(errno);
         if (exists && !S_ISREG(info.st_mode)) {
             target_ = path;
         } else if (!dangling) {
@@ -97,7 +99,7 @@ OutputFile::OutputFile(const std::string& path) : path_(path) {
             fd_ = ::mkostemp(name.data(), O_CLOEXEC);
             if (fd_ >= 0) {
                 temporary_ = name;
-                // The model keeps the mode and owner of the file it replaces.
+                // The new file keeps the mode and owner of the one it replaces.
                 const mode_t mode = exists ? (info.st_mode & 07777) : newFileMode();
                 if (::fchmod(fd_, mode) != 0) fail(errno);
                 if (exists && (info.st_uid != ::geteuid() || info.st_gid != ::getegid())) {

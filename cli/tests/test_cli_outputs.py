@@ -115,6 +115,16 @@ def test_a_link_stays_a_link_and_a_pipe_a_pipe(tmp_path):
     assert got[0] == run("predict", tmp_path / "model.json", "iris").stdout
 
 
+@pytest.mark.skipif(os.geteuid() == 0, reason="root writes any file")
+def test_a_read_only_output_is_not_replaced(tmp_path):
+    out = tmp_path / "locked.json"
+    out.write_text("kept\n")
+    out.chmod(0o444)
+    done = run("fit", "iris", "--output", out)
+    assert done.returncode == 1 and f"cannot write {out}: Permission denied" in done.stderr
+    assert out.read_text() == "kept\n"
+
+
 def test_fit_refuses_a_folder_as_output_before_growing(tmp_path):
     done = run("fit", "iris", "--output", tmp_path)
     assert done.returncode == 2
