@@ -76,8 +76,8 @@ std::vector<double> parseCostMatrix(std::string_view bytes, const std::string& n
         const auto code = classes.find(label);
         if (!code || seen[*code]) {
             failAt(Place{name, table.line(0), c + 1, {}},
-                   "\"" + std::string(label) + "\" is not a class, or named twice; the classes are " +
-                       classList(classes));
+                   "\"" + std::string(label) +
+                       "\" is not a class, or named twice; the classes are " + classList(classes));
         }
         seen[*code] = true;
         order[c] = *code;

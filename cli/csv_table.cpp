@@ -57,7 +57,8 @@ std::size_t invalidUtf8(std::string_view s) {
 std::uint64_t lineBreaks(std::string_view text) {
     std::uint64_t count = 0;
     for (std::size_t i = 0; i < text.size(); ++i) {
-        count += text[i] == '\n' || (text[i] == '\r' && (i + 1 == text.size() || text[i + 1] != '\n'));
+        const bool lone = text[i] == '\r' && (i + 1 == text.size() || text[i + 1] != '\n');
+        count += text[i] == '\n' || lone;
     }
     return count;
 }
@@ -245,7 +246,9 @@ std::string readFileBytes(const std::string& path) {
     while ((got = std::fread(buffer.data(), 1, buffer.size(), file.get())) > 0) {
         bytes.append(buffer.data(), got);
     }
-    if (std::ferror(file.get())) throw UserError("cannot read " + path + ": " + std::strerror(errno));
+    if (std::ferror(file.get())) {
+        throw UserError("cannot read " + path + ": " + std::strerror(errno));
+    }
     return bytes;
 }
 

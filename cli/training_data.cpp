@@ -242,7 +242,9 @@ double readWeight(const CsvTable& table, std::uint64_t row, std::uint64_t column
     if (readNumber(field, v) != Reading::Number) {
         failAt(table.place(row, column), "\"" + std::string(field) + "\" is not a finite number");
     }
-    if (v < 0) failAt(table.place(row, column), "the weight " + std::string(field) + " is negative");
+    if (v < 0) {
+        failAt(table.place(row, column), "the weight " + std::string(field) + " is negative");
+    }
     return v;
 }
 

@@ -1,0 +1,442 @@
+"""How the arbolin tool reads its CSV and cost files: the delimiter, the
+encoding, missing-value tokens, forced and ignored columns, the range of
+single precision, folders, and the rows and values of a cost file. Most
+checks are differential: the same data written two ways must grow the same
+tree, bit for bit."""
+
+import csv
+import io
+import json
+import os
+import subprocess
+from pathlib import Path
+
+import pytest
+
+CLI = os.environ.get("ARBOLIN_CLI", "")
+DATA = Path(__file__).resolve().parents[2] / "data"
+
+pytestmark = pytest.mark.skipif(not CLI, reason="ARBOLIN_CLI names no binary")
+
+
+def run(*args, cwd=None):
+    """Files in `cwd` go by their names, as messages name them."""
+    names = [a.name if isinstance(a, Path) and cwd and a.parent == Path(cwd) else str(a)
+             for a in args]
+    return subprocess.run([CLI, *names], capture_output=True, text=True, cwd=cwd, timeout=60)
+
+
+def fit(tmp_path, data, *options, model="model.json"):
+    """Grows a tree; returns the model JSON and the finished process."""
+    done = run("fit", data, "--output", model, "--quiet", *options, cwd=tmp_path)
+    assert done.returncode == 0, done.stderr
+    return json.loads((tmp_path / model).read_text()), done
+
+
+def predict(model, data, *options):
+    done = run("predict", model, data, *options, cwd=model.parent)
+    assert done.returncode == 0, done.stderr
+    return done.stdout
+
+
+def write(path, header, rows, delimiter=",", encoding="utf-8"):
+    text = io.StringIO()
+    w = csv.writer(text, delimiter=delimiter, lineterminator="\n")
+    w.writerow(header)
+    w.writerows(rows)
+    path.write_bytes(text.getvalue().encode(encoding))
+    return path
+
+
+def warnings(done):
+    return [line for line in done.stderr.splitlines() if line.startswith("arbolin: warning: ")]
+
+
+def notes(done):
+    return [line for line in done.stderr.splitlines() if line.startswith("arbolin: note: ")]
+
+
+def measurements(n=200):
+    """x and z numbers, a colour and a class that depends on all three."""
+    rows = []
+    for i in range(n):
+        x = (i * 37 % 101) / 10
+        z = (i * 53 % 89) / 7
+        colour = ["red", "blue", "green, dark", 'say "grey"'][i * 7 % 4]
+        y = "hi" if x + (colour == "red") * 3 > 6 else ("mid" if z > 6 else "lo")
+        rows.append([f"{x:g}", f"{z:g}", colour, y])
+    return ["x", "z", "colour", "y"], rows
+
+
+# --------------------------------------------- tokens in a numeric column
+
+TOKENS = {4: "n/a", 17: "n/a", 50: "n/a", 8: "-"}  # row -> token; line = row + 2
+
+
+def with_tokens(rows, token_of_row=TOKENS, column=0):
+    out = [list(r) for r in rows]
+    for i, token in token_of_row.items():
+        out[i][column] = token
+    return out
+
+
+def test_a_few_tokens_in_a_numeric_column_are_named_and_can_be_read_as_missing(tmp_path):
+    header, rows = measurements()
+    tokens = write(tmp_path / "data.csv", header, with_tokens(rows))
+    blanks = write(tmp_path / "blank.csv", header,
+                   with_tokens(rows, {i: "" for i in TOKENS}))
+
+    # Unchanged behaviour: the column is nominal, with a warning that says why.
+    model, done = fit(tmp_path, tokens)
+    assert warnings(done) == [
+        'arbolin: warning: data.csv, column 1 (x): 196 of 200 values are numbers, but "n/a" '
+        '(3 times, first on line 6) and "-" (once, on line 10) make the column nominal; '
+        "--missing n/a,- reads such values as missing, --numeric x makes them errors"]
+    assert model["predictors"][0]["kind"] == "nominal"
+
+    # --missing: the same tree as with the tokens left blank.
+    read, done = fit(tmp_path, tokens, "--missing", "n/a,-", model="read.json")
+    blank, _ = fit(tmp_path, blanks, model="blank.json")
+    assert warnings(done) == []
+    assert read["predictors"][0]["kind"] == "numeric"
+    assert read["outputs"] == blank["outputs"]
+    assert read["options"]["missing"] == ["n/a", "-"]
+
+    # predict applies the tokens the model was grown with, or those it is given.
+    expected = predict(tmp_path / "blank.json", blanks)
+    assert predict(tmp_path / "read.json", tokens) == expected
+    assert predict(tmp_path / "blank.json", tokens, "--missing", "n/a", "--missing", "-") == \
+        expected
+    done = run("predict", tmp_path / "blank.json", tokens)
+    assert done.returncode == 1
+    assert 'data.csv, line 6, column 1 (x): "n/a" is not a number, and x is a numeric ' \
+        "predictor; --missing n/a reads it as missing" in done.stderr
+
+    # --numeric: the first token is an error at its place.
+    done = run("fit", tokens, "--numeric", "x", "--output", tmp_path / "n.json")
+    assert done.returncode == 1
+    assert 'data.csv, line 6, column 1 (x): "n/a" is not a number, and --numeric makes x ' \
+        "numeric" in done.stderr
+
+
+@pytest.mark.parametrize("numbers, texts, warned", [
+    (9, 1, True), (8, 2, False), (18, 2, True), (17, 3, False), (0, 5, False),
+])
+def test_the_warning_takes_nine_numbers_in_ten(tmp_path, numbers, texts, warned):
+    rows = [[str(i), "ab"[i % 2]] for i in range(numbers)] + \
+        [["bad", "ab"[i % 2]] for i in range(texts)] + [["", "a"]] * 3  # missing: not counted
+    _, done = fit(tmp_path, write(tmp_path / "d.csv", ["x", "y"], rows))
+    assert bool(warnings(done)) == warned
+    if warned:
+        assert f"{numbers} of {numbers + texts} values are numbers" in done.stderr
+
+
+def test_a_decimal_comma_is_pointed_out(tmp_path):
+    rows = [[f"{i}.5", "ab"[i % 2]] for i in range(12)] + [["3,5", "a"]]
+    _, done = fit(tmp_path, write(tmp_path / "d.csv", ["x", "y"], rows, delimiter=";"))
+    [warning] = warnings(done)
+    assert '"3,5" (once, on line 14) make the column nominal (a decimal comma is not read as ' \
+        "a decimal point); --numeric x makes them errors" in warning
+    assert "--missing" not in warning  # it cannot take a comma
+
+
+def test_a_mostly_numeric_response_is_named_too(tmp_path):
+    rows = [[str(i % 7), str(i)] for i in range(19)] + [["1", "n/a"]]
+    model, done = fit(tmp_path, write(tmp_path / "d.csv", ["x", "y"], rows))
+    assert model["task"] == "classification"
+    [warning] = warnings(done)
+    assert "column 2 (y): 19 of 20 values are numbers" in warning
+    assert "make the tree a classification tree; --missing n/a reads such values as missing, " \
+        "--regression makes them errors" in warning
+    model, _ = fit(tmp_path, tmp_path / "d.csv", "--missing", "n/a")
+    assert model["task"] == "regression" and model["training"]["rows_left_out"] == 1
+
+
+# ---------------------------------------------------- single precision
+
+@pytest.mark.parametrize("column, value, options, place", [
+    ("a", "1e39", [], "line 4, column 1 (a)"),
+    ("a", "-4e38", [], "line 4, column 1 (a)"),
+    ("y", "1e39", [], "line 4, column 3 (y)"),
+    ("w", "1e39", ["--weights", "w"], "line 4, column 2 (w)"),
+])
+def test_single_precision_refuses_what_it_cannot_hold(tmp_path, column, value, options, place):
+    header = ["a", "w", "y"]
+    rows = [[str(i), "1", str(i % 3)] for i in range(6)]
+    rows[2][header.index(column)] = value
+    data = write(tmp_path / "d.csv", header, rows)
+    fit(tmp_path, data, *options)  # double precision holds it
+    done = run("fit", data, "--single", "--output", tmp_path / "s.json", *options)
+    assert done.returncode == 1
+    assert f'd.csv, {place}: "{value}" is beyond the range of single precision, which ' \
+        "--single needs" in done.stderr
+
+
+def test_single_precision_takes_the_largest_float(tmp_path):
+    rows = [[str(i), str(i % 2)] for i in range(6)] + [["3.4028234663852886e38", "1"]]
+    model, _ = fit(tmp_path, write(tmp_path / "d.csv", ["a", "y"], rows), "--single")
+    assert model["precision"] == "single"
+
+
+def test_single_precision_refuses_a_cost_beyond_its_range(tmp_path):
+    (tmp_path / "cost.csv").write_text("0,1,1\n1,0,1e39\n1,1,0\n")
+    assert run("fit", "iris", "--cost", "cost.csv", "--output", "m.json",
+               cwd=tmp_path).returncode == 0
+    done = run("fit", "iris", "--cost", "cost.csv", "--single", "--output", "m.json",
+               cwd=tmp_path)
+    assert done.returncode == 1
+    assert "cost.csv, line 2, column 3: 1e39 is beyond the range of single precision" in \
+        done.stderr
+
+
+# -------------------------------------------------------------- encoding
+
+CITIES = ["Genève", "Zürich", "Bâle", "Zug"]
+
+
+def cities(n=60):
+    rows = [[CITIES[i % 4], str(i * 7 % 13), "ab"[(i % 4 == 2) ^ (i % 5 == 0)]] for i in range(n)]
+    return ["ville", "größe", "y"], rows
+
+
+def test_latin1_is_refused_with_its_place_and_read_with_the_option(tmp_path):
+    header, rows = cities()
+    latin = write(tmp_path / "latin.csv", header, rows, encoding="latin-1")
+    utf8 = write(tmp_path / "utf8.csv", header, rows)
+    done = run("fit", latin, "--output", tmp_path / "m.json")
+    assert done.returncode == 1
+    assert "latin.csv, line 1, column 2: byte 0xF6 is not valid UTF-8; if the file is " \
+        "Latin-1, read it with --encoding latin1" in done.stderr
+
+    model, _ = fit(tmp_path, latin, "--encoding", "latin1")
+    expected, _ = fit(tmp_path, utf8, model="utf8.json")
+    assert model["outputs"] == expected["outputs"]
+    assert model["predictors"] == expected["predictors"]
+    assert model["predictors"][0]["levels"] == sorted(CITIES)
+    assert predict(tmp_path / "model.json", latin, "--encoding", "latin1") == \
+        predict(tmp_path / "model.json", utf8)
+
+
+@pytest.mark.parametrize("text, place", [
+    (b"a,y\n1,p\nGen\xe8ve,q\n", "line 3, column 1 (a): byte 0xE8"),
+    (b'a,y\n1,p\n"two\nlines, then \xe8",q\n', "line 4, column 1 (a): byte 0xE8"),
+    (b"a,y\n1,p\n2,\xc3\x28\n", "line 3, column 2 (y): byte 0xC3"),       # a broken pair
+    (b"a,y\n1,p\n2,\xed\xa0\x80\n", "line 3, column 2 (y): byte 0xED"),   # a surrogate
+    (b"a,y\n1,p\n2,\xc0\xaf\n", "line 3, column 2 (y): byte 0xC0"),       # overlong
+])
+def test_bad_utf8_is_placed(tmp_path, text, place):
+    (tmp_path / "d.csv").write_bytes(text)
+    done = run("fit", tmp_path / "d.csv", "--output", tmp_path / "m.json")
+    assert done.returncode == 1
+    assert f"d.csv, {place} is not valid UTF-8" in done.stderr
+
+
+def test_utf16_is_named(tmp_path):
+    (tmp_path / "d.csv").write_bytes("a,y\n1,p\n".encode("utf-16"))
+    done = run("fit", tmp_path / "d.csv")
+    assert done.returncode == 1 and "d.csv: the file is UTF-16" in done.stderr
+
+
+# ---------------------------------------------------------- list options
+
+LISTS = [
+    ("--nominal", "z", "--nominal", "x", "z,x"),
+    ("--numeric", "x", "--numeric", "z", "x,z"),
+    ("--ignore", "z", "--ignore", "colour", "z,colour"),
+    ("--missing", "n/a", "--missing", "-", "n/a,-"),
+]
+
+
+@pytest.mark.parametrize("flag, one, _, other, both", LISTS)
+def test_a_list_option_takes_one_value_and_adds_up(tmp_path, flag, one, _, other, both):
+    header, rows = measurements()
+    data = write(tmp_path / "d.csv", header, rows)
+    before = run("fit", flag, one, data, "--output", tmp_path / "before.json")
+    assert before.returncode == 0, before.stderr
+    after, _ = fit(tmp_path, data, flag, one, model="after.json")
+    assert json.loads((tmp_path / "before.json").read_text())["outputs"] == after["outputs"]
+
+    twice, _ = fit(tmp_path, data, flag, one, flag, other, model="twice.json")
+    joined, _ = fit(tmp_path, data, flag, both, model="joined.json")
+    name = flag[2:]
+    assert twice["options"][name] == joined["options"][name] == both.split(",")
+    assert twice["outputs"] == joined["outputs"]
+
+    done = run("fit", data, flag, one, other, "--output", tmp_path / "x.json")
+    assert done.returncode == 2 and f"not expected: {other}" in done.stderr
+
+
+def test_nominal_before_the_data_set(tmp_path):
+    first, _ = fit(tmp_path, "diabetes", "--nominal", "sex", "--max-splits", "5", model="a.json")
+    done = run("fit", "--nominal", "sex", "diabetes", "--max-splits", "5", "--output",
+               tmp_path / "b.json")
+    assert done.returncode == 0, done.stderr
+    assert json.loads((tmp_path / "b.json").read_text())["outputs"] == first["outputs"]
+
+
+# ------------------------------------------------------------ delimiters
+
+@pytest.mark.parametrize("delimiter, options, said", [
+    (",", [], None),
+    (";", [], "semicolons"),
+    ("\t", [], "tabs"),
+    ("|", ["--delimiter", "|"], None),
+    (";", ["--delimiter", ";"], None),
+])
+def test_every_delimiter_grows_the_same_tree(tmp_path, delimiter, options, said):
+    header, rows = measurements()
+    rows[0][2] = "red; dark\tor|not"  # quoted: no delimiter inside counts
+    comma = write(tmp_path / "comma.csv", header, rows)
+    other = write(tmp_path / "other.csv", header, rows, delimiter=delimiter)
+    expected, _ = fit(tmp_path, comma, model="comma.json")
+    model, done = fit(tmp_path, other, *options)
+    assert model["outputs"] == expected["outputs"]
+    assert model["predictors"] == expected["predictors"]
+    assert notes(done) == ([f"arbolin: note: other.csv: fields separated by {said}, which "
+                            "split the first line most (--delimiter sets another)"]
+                           if said else [])
+    assert predict(tmp_path / "comma.json", other, *options) == \
+        predict(tmp_path / "comma.json", comma)
+
+
+@pytest.mark.parametrize("first_line, delimiter, names", [
+    ('"a;b;c",d,y', ",", ["a;b;c", "d"]),    # only what is outside quotes counts
+    ('"a,b,c";d;y', ";", ["a,b,c", "d"]),
+    ("a;b,y", ",", ["a;b"]),                  # a tie goes to the comma
+    ("a\tb;c;y", ";", ["a\tb", "c"]),
+])
+def test_the_delimiter_is_the_one_that_splits_the_first_line_most(tmp_path, first_line,
+                                                                  delimiter, names):
+    rows = [delimiter.join([str(i)] * len(names) + ["pq"[i % 2]]) for i in range(12)]
+    (tmp_path / "d.csv").write_text(first_line + "\n" + "\n".join(rows) + "\n")
+    model, _ = fit(tmp_path, tmp_path / "d.csv")
+    assert [p["name"] for p in model["predictors"]] == names
+
+
+def test_a_cost_file_with_semicolons(tmp_path):
+    (tmp_path / "comma.csv").write_text("0,1,4\n2,0,1\n1,3,0\n")
+    (tmp_path / "semi.csv").write_text("0;1;4\n2;0;1\n1;3;0\n")
+    expected, _ = fit(tmp_path, "iris", "--cost", tmp_path / "comma.csv", model="a.json")
+    model, done = fit(tmp_path, "iris", "--cost", tmp_path / "semi.csv", model="b.json")
+    assert model["outputs"] == expected["outputs"]
+    assert "semi.csv: fields separated by semicolons" in done.stderr
+
+
+# --------------------------------------------------------- ignored columns
+
+def cars(n):
+    header = ["car", "wt", "cyl", "mpg"]
+    rows = [[f"car {i}", f"{2 + i * 0.13:.2f}", "468"[i * 5 % 3], f"{30 - i * 0.6:.1f}"]
+            for i in range(n)]
+    return header, rows
+
+
+@pytest.mark.parametrize("n, noted", [(32, True), (10, True), (9, False)])
+def test_a_column_of_names_is_noted_and_can_be_ignored(tmp_path, n, noted):
+    header, rows = cars(n)
+    data = write(tmp_path / "cars.csv", header, rows)
+    model, done = fit(tmp_path, data)
+    assert notes(done) == ([f"arbolin: note: cars.csv, column 1 (car): every one of its {n} "
+                            "rows has a value of its own, as in an ID column; --ignore car "
+                            "leaves it out"] if noted else [])
+    assert model["predictors"][0]["name"] == "car"
+
+    ignored, done = fit(tmp_path, data, "--ignore", "car", model="ignored.json")
+    without, _ = fit(tmp_path, write(tmp_path / "without.csv", header[1:], [r[1:] for r in rows]),
+                     model="without.json")
+    assert notes(done) == []
+    assert ignored["outputs"] == without["outputs"]
+    assert [p["name"] for p in ignored["predictors"]] == ["wt", "cyl"]
+
+
+@pytest.mark.parametrize("options, message", [
+    (["--ignore", "mpg"], "option --ignore: mpg is the response (the last column)"),
+    (["--ignore", "wt", "--weights", "wt"], "option --ignore: wt is the weights column"),
+    (["--ignore", "zz"], 'option --ignore: no column "zz"'),
+    (["--ignore", "wt", "--nominal", "wt"], "option --nominal: wt is ignored (--ignore)"),
+    (["--numeric", "wt", "--nominal", "wt"], "option --numeric: wt is given to --nominal too"),
+    (["--numeric", "mpg"], "option --numeric: mpg is the response; --regression makes it"),
+    (["--ignore", "car,wt,cyl"], "no predictor columns besides the response once the ignored"),
+])
+def test_column_options_that_contradict(tmp_path, options, message):
+    header, rows = cars(12)
+    done = run("fit", write(tmp_path / "cars.csv", header, rows), *options)
+    assert done.returncode in (1, 2) and message in done.stderr
+
+
+# ----------------------------------------------------------------- folders
+
+@pytest.mark.parametrize("args", [
+    ["fit", "folder"],
+    ["predict", "iris.json", "folder"],
+    ["fit", "iris", "--cost", "folder", "--output", "x.json"],
+])
+def test_a_folder_is_named_as_one(tmp_path, args):
+    (tmp_path / "folder").mkdir()
+    assert run("fit", "iris", "--output", "iris.json", cwd=tmp_path).returncode == 0
+    done = run(*args, cwd=tmp_path)
+    assert done.returncode == 1
+    assert "arbolin: folder is a folder, not a CSV file" in done.stderr
+
+
+# --------------------------------------------------------------- cost files
+
+@pytest.mark.parametrize("text, message", [
+    ("NaN,1,1\n1,0,1\n1,1,0\n", 'line 1, column 1: "NaN" is not a finite number'),
+    ("0,inf,1\n1,0,1\n1,1,0\n", 'line 1, column 2: "inf" is not a finite number'),
+    (",1,1\n1,0,1\n1,1,0\n", "line 1, column 1: the cost is blank"),
+    ("0,1,1\n1,0,1e999\n1,1,0\n", 'line 2, column 3: "1e999" is not a finite number'),
+    ("0,1,1\n1,0,-2\n1,1,0\n", "line 2, column 3: a cost cannot be negative"),
+    ("0,1,1\n1,2,1\n1,1,0\n",
+     "line 2, column 2: a right prediction costs nothing: the diagonal must be 0, not 2"),
+    ("setosa,versicolor,virginica\n0,1,1\n1,0.5,1\n1,1,0\n",
+     "line 3, column 2 (versicolor): a right prediction costs nothing"),
+    ("virginica,setosa,versicolor\n0,1,1\n1,0,1\n1,1,2\n",
+     "line 4, column 3 (versicolor): a right prediction costs nothing"),
+    ("setosa,violet,virginica\n0,1,1\n1,0,1\n1,1,0\n", 'column 2: "violet" is not a class'),
+    ("0,1,1\n1,0,1\n", "the cost matrix is 2 by 3, but should be 3 by 3"),
+])
+def test_a_bad_cost_file_is_placed(tmp_path, text, message):
+    (tmp_path / "cost.csv").write_text(text)
+    done = run("fit", "iris", "--cost", "cost.csv", "--output", "m.json", cwd=tmp_path)
+    assert done.returncode == 1
+    assert "arbolin: cost.csv" in done.stderr and message in done.stderr
+
+
+def test_costs_in_the_order_of_a_header_row(tmp_path):
+    # Row: true class, column: predicted class; the header orders both.
+    costs = {("setosa", "versicolor"): 1, ("setosa", "virginica"): 4,
+             ("versicolor", "setosa"): 2, ("versicolor", "virginica"): 1,
+             ("virginica", "setosa"): 1, ("virginica", "versicolor"): 3}
+    plain = ["setosa", "versicolor", "virginica"]
+    shuffled = ["virginica", "setosa", "versicolor"]
+
+    def matrix(order):
+        return "\n".join(",".join(str(costs.get((t, p), 0)) for p in order) for t in order) + "\n"
+    (tmp_path / "plain.csv").write_text(matrix(plain))
+    (tmp_path / "shuffled.csv").write_text(",".join(shuffled) + "\n" + matrix(shuffled))
+    expected, _ = fit(tmp_path, "iris", "--cost", tmp_path / "plain.csv", model="a.json")
+    model, _ = fit(tmp_path, "iris", "--cost", tmp_path / "shuffled.csv", model="b.json")
+    assert model["outputs"] == expected["outputs"]
+
+
+def test_an_all_zero_cost_matrix_is_warned_of(tmp_path):
+    (tmp_path / "zero.csv").write_text("0,0,0\n0,0,0\n0,0,0\n")
+    model, done = fit(tmp_path, "iris", "--cost", "zero.csv")
+    assert warnings(done) == ["arbolin: warning: zero.csv: every cost is 0, so no split can "
+                              "lower the cost; the tree will be a single node"]
+    assert "nodes 1, leaves 1, depth 0" in done.stdout
+
+
+# ------------------------------------------------------ option values
+
+@pytest.mark.parametrize("options, message", [
+    (["--delimiter", ":"], 'option --delimiter: ":" is not one of ",", ";", tab, "|"'),
+    (["--encoding", "cp1252"], 'option --encoding: "cp1252" is not one of utf-8, latin1'),
+])
+def test_reading_options_take_only_their_choices(tmp_path, options, message):
+    for command in (["fit", "iris"], ["predict", tmp_path / "m.json", "iris"]):
+        if command[0] == "predict":
+            fit(tmp_path, "iris", model="m.json")
+        done = run(*command, *options)
+        assert done.returncode == 2 and message in done.stderr
