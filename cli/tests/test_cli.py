@@ -351,7 +351,10 @@ BAD = [
     (["fit", "text.csv", "--nominal", "z"], 2, 'option --nominal: no column "z"'),
     (["fit", "iris", "--frobnicate"], 2, "--frobnicate"),
     (["fit", "nosuch"], 1, "no file nosuch, and no bundled data set of that name"),
-    (["fit", "levels.csv", "--classification", "--nominal-method", "exact"], 3,
+    (["fit", "levels.csv", "--classification", "--nominal-method", "exact"], 2,
+     "option --nominal-method: exact enumeration of c (70 levels, 3 classes) tries"),
+    (["fit", "levels.csv", "--classification", "--nominal-method", "exact",
+      "--allow-long-search"], 3,
      "the module raised tallix:silvan:learning:treeutils:ClassificationNominalSplitFinder:"
      "exact:TooManyLevels: Exact search"),
     (["predict", "iris.json", "nopetal.csv"], 1,
