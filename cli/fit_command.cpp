@@ -13,6 +13,7 @@
 #include "cli/model.hpp"
 #include "cli/module_call.hpp"
 #include "cli/render.hpp"
+#include "cli/search_cost.hpp"
 #include "cli/summary.hpp"
 #include "cli/training_data.hpp"
 #include "cli/tree_view.hpp"
@@ -103,6 +104,7 @@ void runFit(const FitArgs& args) {
     data.notices.print(std::cerr);
     Settings settings = Settings::resolve(args.options, data.shape());
     settings.set("response", data.response);
+    checkSearchCost(data, settings);
 
     std::vector<double> cost;
     if (settings.has("cost")) {

@@ -75,6 +75,8 @@ constexpr OptionRow kOptions[] = {
      "most levels of a nominal predictor for which 'auto' searches every partition"},
     {"nominal-method", 13, K::Code, "auto", nullptr, "", 0, nullptr, "", nominalMethods,
      "split search for nominal predictors with 3 or more classes"},
+    {"allow-long-search", 0, K::Flag, "", nullptr, "off", 0, nullptr, "", nullptr,
+     "run an exact search of more than 24 levels, which fit otherwise refuses as too slow"},
     {"cost", 14, K::Path, "", nullptr, "none: every error costs 1", 0, nullptr, "", nullptr,
      "K x K CSV of misclassification costs, row: true class, column: predicted class, in "
      "class order; an optional header row names the classes"},
