@@ -9,7 +9,7 @@ namespace arbolin {
 // leaves an empty line in its place.
 template <class NodeT, class W>
 void printStatistics(const NodeT& node, const ClassWeights<W>* corrected) {
-    if (node.Verbosity == 0) {
+    if (node.settings->Verbosity == 0) {
         return;
     }
     calyxPrintf("  NodeProb = %g\n", static_cast<double>(node.NodeProb));
@@ -33,6 +33,9 @@ template <class X, class Y, class W>
 void Node<X, Y, W>::initNode(const RowList& rows) {
     NodeSize = rows.size();
     const std::size_t K = ClassProb.size();
+    const Y* const y = settings->y;
+    const W* const w = settings->w;
+    const auto* const classificationCriterion = settings->classificationCriterion;
 
     if (classificationCriterion != nullptr) {
         ClassWeights<W> s(K, W(0));
@@ -81,7 +84,7 @@ void Node<X, Y, W>::initNode(const RowList& rows) {
     }
     NodeValue = weighted / NodeProb;
     CorrectedNodeProb = NodeProb;
-    NodeRisk = regressionCriterion->parent(y, w, rows);
+    NodeRisk = settings->regressionCriterion->parent(y, w, rows);
     printStatistics(*this, static_cast<const ClassWeights<W>*>(nullptr));
 }
 
