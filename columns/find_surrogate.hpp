@@ -97,8 +97,8 @@ std::pair<bool, W> IndexedColumn<X, Y, W>::findSurrogate(const SplitRows& kids, 
         evaluator = std::make_unique<ClassificationSplitCriterionEvaluator<Y, W>>(
             classCount_, united, y_, w_, classCriterion_);
     } else {
-        evaluator = std::make_unique<RegressionSplitCriterionEvaluator<Y, W>>(
-            united, y_, w_, regressionCriterion_);
+        evaluator = std::make_unique<RegressionSplitCriterionEvaluator<Y, W>>(united, y_,
+                                                                            w_);
     }
     const RowList& shorter = own.right.size() < own.left.size() ? own.right : own.left;
     evaluator->advance(shorter.data(), shorter.data() + shorter.size());
@@ -112,7 +112,7 @@ std::pair<bool, W> IndexedColumn<X, Y, W>::findSurrogate(const SplitRows& kids, 
         if (classCriterion_ != nullptr) {
             ClassWeights<W> raw(classCount_, W(0));
             for (std::uint64_t r : united) {
-                raw[toCount(static_cast<double>(y_[r]))] += w_[r];
+                raw[classOf(y_[r])] += w_[r];
             }
             ClassWeights<W> corrected(classCount_, W(0));
             classCriterion_->correct(raw, corrected);

@@ -101,7 +101,6 @@ public:
     ScalableVector<ScalableVector<std::uint64_t>> LevelCounts;
     ScalableVector<ScalableVector<W>> LevelWeights;
     ScalableVector<ScalableVector<std::uint64_t>> SortedLevels;
-    bool presentInOrder_ = false;  // present_ known to be sorted by value
     std::uint64_t classCount_;
     const ScalableVector<W>* nodeClassProb_;
     W nodeValue_;
@@ -144,7 +143,7 @@ IndexedColumn<X, Y, W>::IndexedColumn(const ColumnSetup<X, Y, W>& s)
         if (classCriterion_ != nullptr) {
             ClassWeights<W> raw(classCount_, W(0));
             for (std::uint64_t r : *present_) {
-                raw[toCount(static_cast<double>(y_[r]))] += w_[r];
+                raw[classOf(y_[r])] += w_[r];
             }
             ClassWeights<W> corrected(classCount_, W(0));
             classCriterion_->correct(raw, corrected);

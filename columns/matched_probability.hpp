@@ -1,6 +1,7 @@
 // The (corrected) weight of a set of rows, optionally limited to a mask.
 #pragma once
 
+#include <algorithm>
 #include <memory>
 
 #include "columns/row_mask.hpp"
@@ -25,7 +26,12 @@ public:
                                             const ClassificationSplitCriterion<Y, W>* criterion,
                                             std::uint64_t maskLength = 0,
                                             const RowList* maskRows = nullptr)
-        : y_(y), w_(w), weights_(K, W(0)), criterion_(criterion), mask_(maskLength, maskRows) {}
+        : y_(y),
+          w_(w),
+          weights_(K, W(0)),
+          corrected_(criterion != nullptr ? K : 0, W(0)),
+          criterion_(criterion),
+          mask_(maskLength, maskRows) {}
 
     // Rows of the range outside the mask count for nothing; the others are
     // added in list order.
@@ -42,17 +48,20 @@ public:
             *result = sumInOrder(weights_);
             return;
         }
-        ClassWeights<W> corrected(weights_.size(), W(0));
-        criterion_->correct(weights_, corrected);
-        *result = sumInOrder(corrected);
+        // Scratch kept from call to call: a surrogate scan asks twice per
+        // division.
+        std::fill(corrected_.begin(), corrected_.end(), W(0));
+        criterion_->correct(weights_, corrected_);
+        *result = sumInOrder(corrected_);
     }
 
 private:
-    void addRow(std::uint64_t r) { weights_[toCount(static_cast<double>(y_[r]))] += w_[r]; }
+    void addRow(std::uint64_t r) { weights_[classOf(y_[r])] += w_[r]; }
 
     const Y* y_;
     const W* w_;
     ClassWeights<W> weights_;
+    mutable ClassWeights<W> corrected_;
     const ClassificationSplitCriterion<Y, W>* criterion_;
     RowMask mask_;
 };

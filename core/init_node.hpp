@@ -40,7 +40,7 @@ void Node<X, Y, W>::initNode(const RowList& rows) {
     if (classificationCriterion != nullptr) {
         ClassWeights<W> s(K, W(0));
         for (std::uint64_t r : rows) {
-            s[toCount(static_cast<double>(y[r]))] += w[r];
+            s[classOf(y[r])] += w[r];
         }
         ClassProb.assign(s.begin(), s.end());
         NodeProb = sumInOrder(ClassProb);
@@ -49,7 +49,7 @@ void Node<X, Y, W>::initNode(const RowList& rows) {
         }
         ClassCount.assign(K, Y(0));
         for (std::uint64_t r : rows) {
-            ClassCount[toCount(static_cast<double>(y[r]))] += Y(1);
+            ClassCount[classOf(y[r])] += Y(1);
         }
         // The lowest class wins a tie; NaN probabilities leave class 0.
         std::size_t best = 0;
