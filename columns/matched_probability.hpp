@@ -93,4 +93,18 @@ private:
     RowMask mask_;
 };
 
+// The probability object of the tree's kind: classification with the
+// criterion's correction when there is a classification criterion,
+// regression by plain weight otherwise.
+template <class Y, class W>
+std::unique_ptr<IndexedMatchedProbability<W>> makeMatchedProbability(
+    std::uint64_t K, const Y* y, const W* w, const ClassificationSplitCriterion<Y, W>* criterion,
+    std::uint64_t maskLength = 0, const RowList* maskRows = nullptr) {
+    if (criterion != nullptr) {
+        return std::make_unique<ClassificationIndexedMatchedProbability<Y, W>>(
+            K, y, w, criterion, maskLength, maskRows);
+    }
+    return std::make_unique<RegressionIndexedMatchedProbability<W>>(w, maskLength, maskRows);
+}
+
 }  // namespace arbolin

@@ -182,17 +182,8 @@ SplitRows Node<X, Y, W>::findBestSplit(const RowList& rows) {
         return result;
     }
 
-    std::unique_ptr<IndexedMatchedProbability<W>> left;
-    std::unique_ptr<IndexedMatchedProbability<W>> right;
-    if (classificationCriterion != nullptr) {
-        left = std::make_unique<ClassificationIndexedMatchedProbability<Y, W>>(
-            K, s.y, s.w, classificationCriterion);
-        right = std::make_unique<ClassificationIndexedMatchedProbability<Y, W>>(
-            K, s.y, s.w, classificationCriterion);
-    } else {
-        left = std::make_unique<RegressionIndexedMatchedProbability<W>>(s.w);
-        right = std::make_unique<RegressionIndexedMatchedProbability<W>>(s.w);
-    }
+    const auto left = makeMatchedProbability(K, s.y, s.w, classificationCriterion);
+    const auto right = makeMatchedProbability(K, s.y, s.w, classificationCriterion);
     left->add(result.left.data(), result.left.data() + result.left.size());
     right->add(result.right.data(), result.right.data() + result.right.size());
     W leftP;
