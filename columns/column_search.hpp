@@ -60,7 +60,7 @@ void IndexedColumn<X, Y, W>::exhaustiveSearch() {
         prefetchAhead(y_, rows, i, n);
         const std::uint64_t r = rows[i];
         const std::uint64_t k =
-            classCriterion_ != nullptr ? toCount(static_cast<double>(y_[r])) : 0;
+            classCriterion_ != nullptr ? classOf(y_[r]) : 0;
         Ptot[k] += w_[r];
     }
     const W total = sumInOrder(Ptot);
@@ -116,8 +116,8 @@ W IndexedColumn<X, Y, W>::findNumericSplitWithBestGain(const ClassWeights<W>& Pt
         evaluator = std::make_unique<ClassificationSplitCriterionEvaluator<Y, W>>(
             y_, w_, Ptot, classCriterion_);
     } else {
-        evaluator = std::make_unique<RegressionSplitCriterionEvaluator<Y, W>>(
-            *present_, y_, w_, regressionCriterion_);
+        evaluator = std::make_unique<RegressionSplitCriterionEvaluator<Y, W>>(*present_, y_,
+                                                                            w_);
     }
     W best = std::numeric_limits<W>::max();
     const std::uint64_t* rows = present_->data();

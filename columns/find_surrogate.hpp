@@ -20,13 +20,8 @@ template <class X, class Y, class W>
 std::unique_ptr<IndexedMatchedProbability<W>> makeMatched(const IndexedColumn<X, Y, W>& column,
                                                           std::uint64_t maskLength = 0,
                                                           const RowList* maskRows = nullptr) {
-    if (column.classCriterion_ != nullptr) {
-        return std::make_unique<ClassificationIndexedMatchedProbability<Y, W>>(
-            column.classCount_, column.y_, column.w_, column.classCriterion_, maskLength,
-            maskRows);
-    }
-    return std::make_unique<RegressionIndexedMatchedProbability<W>>(column.w_, maskLength,
-                                                                    maskRows);
+    return makeMatchedProbability(column.classCount_, column.y_, column.w_,
+                                  column.classCriterion_, maskLength, maskRows);
 }
 
 template <class W>
@@ -97,8 +92,8 @@ std::pair<bool, W> IndexedColumn<X, Y, W>::findSurrogate(const SplitRows& kids, 
         evaluator = std::make_unique<ClassificationSplitCriterionEvaluator<Y, W>>(
             classCount_, united, y_, w_, classCriterion_);
     } else {
-        evaluator = std::make_unique<RegressionSplitCriterionEvaluator<Y, W>>(
-            united, y_, w_, regressionCriterion_);
+        evaluator = std::make_unique<RegressionSplitCriterionEvaluator<Y, W>>(united, y_,
+                                                                            w_);
     }
     const RowList& shorter = own.right.size() < own.left.size() ? own.right : own.left;
     evaluator->advance(shorter.data(), shorter.data() + shorter.size());
@@ -109,21 +104,7 @@ std::pair<bool, W> IndexedColumn<X, Y, W>::findSurrogate(const SplitRows& kids, 
     W b = critParent_;
     if (united.size() != present_->size()) {
         // A nominal split may leave out rows whose value is in neither list.
-        if (classCriterion_ != nullptr) {
-            ClassWeights<W> raw(classCount_, W(0));
-            for (std::uint64_t r : united) {
-                raw[toCount(static_cast<double>(y_[r]))] += w_[r];
-            }
-            ClassWeights<W> corrected(classCount_, W(0));
-            classCriterion_->correct(raw, corrected);
-            b = sumInOrder(corrected) / Pnotnan_ * b;
-        } else {
-            W p = 0;
-            for (std::uint64_t r : united) {
-                p += w_[r];
-            }
-            b = b * (p / Pnotnan_);
-        }
+        b = correctedWeightOf(united) / Pnotnan_ * b;
     }
     surrogateGain_ = b - c;
     return {true, association};

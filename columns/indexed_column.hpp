@@ -50,6 +50,9 @@ public:
     IndexedColumn(const IndexedColumn&) = delete;
     IndexedColumn& operator=(const IndexedColumn&) = delete;
 
+    // The weight of `rows` as the criterion sees it: class weights through
+    // the cost correction in classification, the plain sum in regression.
+    W correctedWeightOf(const RowList& rows) const;
     void sort();
     void divide();
     void divideNumeric();
@@ -101,7 +104,6 @@ public:
     ScalableVector<ScalableVector<std::uint64_t>> LevelCounts;
     ScalableVector<ScalableVector<W>> LevelWeights;
     ScalableVector<ScalableVector<std::uint64_t>> SortedLevels;
-    bool presentInOrder_ = false;  // present_ known to be sorted by value
     std::uint64_t classCount_;
     const ScalableVector<W>* nodeClassProb_;
     W nodeValue_;
@@ -141,20 +143,7 @@ IndexedColumn<X, Y, W>::IndexedColumn(const ColumnSetup<X, Y, W>& s)
         // Charge the parent's impurity only in the share of the node that
         // this predictor can see, so that gains of predictors with
         // different amounts of missing data compare.
-        if (classCriterion_ != nullptr) {
-            ClassWeights<W> raw(classCount_, W(0));
-            for (std::uint64_t r : *present_) {
-                raw[toCount(static_cast<double>(y_[r]))] += w_[r];
-            }
-            ClassWeights<W> corrected(classCount_, W(0));
-            classCriterion_->correct(raw, corrected);
-            Pnotnan_ = sumInOrder(corrected);
-        } else {
-            Pnotnan_ = 0;
-            for (std::uint64_t r : *present_) {
-                Pnotnan_ += w_[r];
-            }
-        }
+        Pnotnan_ = correctedWeightOf(*present_);
         if (verbosity_ > 2) {
             calyxPrintf("pParent = %g   Pnotnan = %g\n", static_cast<double>(pParent_),
                         static_cast<double>(Pnotnan_));
@@ -165,6 +154,24 @@ IndexedColumn<X, Y, W>::IndexedColumn(const ColumnSetup<X, Y, W>& s)
         sortedMissing_.assign(missing_->begin(), missing_->end());
         std::sort(sortedMissing_.begin(), sortedMissing_.end());
     }
+}
+
+template <class X, class Y, class W>
+W IndexedColumn<X, Y, W>::correctedWeightOf(const RowList& rows) const {
+    if (classCriterion_ == nullptr) {
+        W total = 0;
+        for (std::uint64_t r : rows) {
+            total += w_[r];
+        }
+        return total;
+    }
+    ClassWeights<W> raw(classCount_, W(0));
+    for (std::uint64_t r : rows) {
+        raw[classOf(y_[r])] += w_[r];
+    }
+    ClassWeights<W> corrected(classCount_, W(0));
+    classCriterion_->correct(raw, corrected);
+    return sumInOrder(corrected);
 }
 
 template <class X, class Y, class W>

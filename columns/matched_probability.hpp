@@ -1,6 +1,7 @@
 // The (corrected) weight of a set of rows, optionally limited to a mask.
 #pragma once
 
+#include <algorithm>
 #include <memory>
 
 #include "columns/row_mask.hpp"
@@ -25,7 +26,12 @@ public:
                                             const ClassificationSplitCriterion<Y, W>* criterion,
                                             std::uint64_t maskLength = 0,
                                             const RowList* maskRows = nullptr)
-        : y_(y), w_(w), weights_(K, W(0)), criterion_(criterion), mask_(maskLength, maskRows) {}
+        : y_(y),
+          w_(w),
+          weights_(K, W(0)),
+          corrected_(criterion != nullptr ? K : 0, W(0)),
+          criterion_(criterion),
+          mask_(maskLength, maskRows) {}
 
     // Rows of the range outside the mask count for nothing; the others are
     // added in list order.
@@ -42,17 +48,20 @@ public:
             *result = sumInOrder(weights_);
             return;
         }
-        ClassWeights<W> corrected(weights_.size(), W(0));
-        criterion_->correct(weights_, corrected);
-        *result = sumInOrder(corrected);
+        // Scratch kept from call to call: a surrogate scan asks twice per
+        // division.
+        std::fill(corrected_.begin(), corrected_.end(), W(0));
+        criterion_->correct(weights_, corrected_);
+        *result = sumInOrder(corrected_);
     }
 
 private:
-    void addRow(std::uint64_t r) { weights_[toCount(static_cast<double>(y_[r]))] += w_[r]; }
+    void addRow(std::uint64_t r) { weights_[classOf(y_[r])] += w_[r]; }
 
     const Y* y_;
     const W* w_;
     ClassWeights<W> weights_;
+    mutable ClassWeights<W> corrected_;
     const ClassificationSplitCriterion<Y, W>* criterion_;
     RowMask mask_;
 };
@@ -83,5 +92,19 @@ private:
     W total_ = 0;
     RowMask mask_;
 };
+
+// The probability object of the tree's kind: classification with the
+// criterion's correction when there is a classification criterion,
+// regression by plain weight otherwise.
+template <class Y, class W>
+std::unique_ptr<IndexedMatchedProbability<W>> makeMatchedProbability(
+    std::uint64_t K, const Y* y, const W* w, const ClassificationSplitCriterion<Y, W>* criterion,
+    std::uint64_t maskLength = 0, const RowList* maskRows = nullptr) {
+    if (criterion != nullptr) {
+        return std::make_unique<ClassificationIndexedMatchedProbability<Y, W>>(
+            K, y, w, criterion, maskLength, maskRows);
+    }
+    return std::make_unique<RegressionIndexedMatchedProbability<W>>(w, maskLength, maskRows);
+}
 
 }  // namespace arbolin

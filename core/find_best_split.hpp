@@ -40,13 +40,19 @@ inline ScalableVector<std::uint64_t> drawPredictors(std::uint64_t sampleSize, st
 }  // namespace search_detail
 
 template <class X, class Y, class W>
-SplitRows Node<X, Y, W>::findBestSplit(const RowList& rows, std::uint64_t MinLeaf,
-                                       std::uint64_t MinParent) {
+SplitRows Node<X, Y, W>::findBestSplit(const RowList& rows) {
+    const TreeSettings<X, Y, W>& s = *settings;
+    const auto* const classificationCriterion = s.classificationCriterion;
+    const auto* const regressionCriterion = s.regressionCriterion;
+    const std::uint64_t predictorCount = s.predictorCount;
+    const std::uint64_t rowCount = s.rowCount;
+    const std::uint64_t MinLeaf = s.MinLeaf;
+    const std::uint64_t Verbosity = s.Verbosity;
     // Early exits, in this order. A NaN weight passes the first.
     if (W(0) >= CorrectedNodeProb) {
         return {};
     }
-    if (NodeSize < MinParent) {
+    if (NodeSize < s.MinParent) {
         return {};
     }
     const std::uint64_t K = ClassProb.size();
@@ -60,32 +66,32 @@ SplitRows Node<X, Y, W>::findBestSplit(const RowList& rows, std::uint64_t MinLea
         }
     } else {
         parallelCriterion = regressionCriterion->allowsParallel();
-        if (RiskTolerance > NodeRisk) {
+        if (s.RiskTolerance > NodeRisk) {
             return {};
         }
     }
 
     const ScalableVector<std::uint64_t> sampled =
-        search_detail::drawPredictors(SampleSize, predictorCount, stream);
+        search_detail::drawPredictors(s.SampleSize, predictorCount, s.stream);
 
     RowTable present(predictorCount);
     RowTable missing(predictorCount);
-    forEachPredictor(sampled, ColumnNaNRemover<X>{x, rowCount, &rows, &present, &missing}, true);
+    forEachPredictor(sampled, ColumnNaNRemover<X>{s.x, rowCount, &rows, &present, &missing}, true);
 
-    const bool curvature = CurvatureFlag && sampled.size() >= 2 &&
+    const bool curvature = s.CurvatureFlag && sampled.size() >= 2 &&
                            NodeSize >= std::max<std::uint64_t>(K + 1, 2 * MinLeaf);
-    const bool interaction = curvature && InteractionFlag;
+    const bool interaction = curvature && s.InteractionFlag;
 
     ColumnTable<X, Y, W> columns(predictorCount);
     for (std::uint64_t j : sampled) {
         ColumnSetup<X, Y, W> setup;
         setup.curvature = curvature;
         setup.interaction = interaction;
-        setup.nominal = isCat[j];
+        setup.nominal = s.isCat[j];
         setup.rowCount = rowCount;
-        setup.x = x + rowCount * j;
-        setup.y = y;
-        setup.w = w;
+        setup.x = s.x + rowCount * j;
+        setup.y = s.y;
+        setup.w = s.w;
         setup.present = &present[j];
         setup.missing = &missing[j];
         setup.classCount = K;
@@ -98,15 +104,15 @@ SplitRows Node<X, Y, W>::findBestSplit(const RowList& rows, std::uint64_t MinLea
         setup.presentProb = CorrectedNodeProb;
         setup.classCriterion = classificationCriterion;
         setup.regressionCriterion = regressionCriterion;
-        setup.maxCat = MaxCat;
-        setup.algCat = AlgCat;
-        setup.fullSort = surrogates.SurrogateCount != 0;
+        setup.maxCat = s.MaxCat;
+        setup.algCat = s.AlgCat;
+        setup.fullSort = s.SurrogateCount != 0;
         setup.verbosity = Verbosity;
         columns[j] = std::make_unique<IndexedColumn<X, Y, W>>(setup);
     }
 
     forEachPredictor(sampled,
-                     ColumnOperator<X, Y, W>{&columns, curvature, interaction, ChisqFlag, Verbosity},
+                     ColumnOperator<X, Y, W>{&columns, curvature, interaction, s.ChisqFlag, Verbosity},
                      parallelCriterion && Verbosity == 0);
 
     // Choosing the predictors by curvature.
@@ -169,24 +175,15 @@ SplitRows Node<X, Y, W>::findBestSplit(const RowList& rows, std::uint64_t MinLea
     CutVar = winnerIndex;
     Gain = best;
 
-    if (surrogates.SurrogateCount == 0) {
+    if (s.SurrogateCount == 0) {
         if (!winner->missing_->empty()) {
             HasUnroutedRows = true;  // those rows go to neither child
         }
         return result;
     }
 
-    std::unique_ptr<IndexedMatchedProbability<W>> left;
-    std::unique_ptr<IndexedMatchedProbability<W>> right;
-    if (classificationCriterion != nullptr) {
-        left = std::make_unique<ClassificationIndexedMatchedProbability<Y, W>>(
-            K, y, w, classificationCriterion);
-        right = std::make_unique<ClassificationIndexedMatchedProbability<Y, W>>(
-            K, y, w, classificationCriterion);
-    } else {
-        left = std::make_unique<RegressionIndexedMatchedProbability<W>>(w);
-        right = std::make_unique<RegressionIndexedMatchedProbability<W>>(w);
-    }
+    const auto left = makeMatchedProbability(K, s.y, s.w, classificationCriterion);
+    const auto right = makeMatchedProbability(K, s.y, s.w, classificationCriterion);
     left->add(result.left.data(), result.left.data() + result.left.size());
     right->add(result.right.data(), result.right.data() + result.right.size());
     W leftP;
@@ -205,10 +202,10 @@ SplitRows Node<X, Y, W>::findBestSplit(const RowList& rows, std::uint64_t MinLea
     {
         // The winner is out of the table while the others imitate it.
         std::unique_ptr<IndexedColumn<X, Y, W>> winnerColumn = std::move(columns[winnerIndex]);
-        surrogates.searchSurrogates(columns, result, sampled, minP);
+        surrogates.searchSurrogates(columns, result, sampled, minP, s.SurrogateCount, Verbosity);
         columns[winnerIndex] = std::move(winnerColumn);
     }
-    surrogates.routeMissingRows(unrouted, result);
+    surrogates.routeMissingRows(unrouted, result, s.x, rowCount);
     if (!unrouted.empty()) {
         HasUnroutedRows = true;
     }

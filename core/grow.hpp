@@ -13,30 +13,9 @@ namespace arbolin {
 template <class X, class Y, class W>
 typename Tree<X, Y, W>::NodeType Tree<X, Y, W>::makePrototype() const {
     NodeType node;
-    node.CurvatureFlag = CurvatureFlag;
-    node.InteractionFlag = InteractionFlag;
-    node.ChisqFlag = ChisqFlag;
-    node.x = x;
-    node.rowCount = rowCount;
-    node.predictorCount = predictorCount;
-    node.y = y;
-    node.w = w;
-    node.isCat = isCat;
-    node.MaxCat = MaxCat;
-    node.AlgCat = AlgCat;
-    node.classificationCriterion = classificationCriterion;
-    node.regressionCriterion = regressionCriterion;
-    node.ClassCount.assign(classNumber, Y(0));
-    node.ClassProb.assign(classNumber, W(0));
-    node.SampleSize = SampleSize;
-    node.surrogates.x = x;
-    node.surrogates.rowCount = rowCount;
-    node.surrogates.predictorCount = predictorCount;
-    node.surrogates.SurrogateCount = SurrogateCount;
-    node.surrogates.Verbosity = Verbosity;
-    node.RiskTolerance = RiskTolerance;
-    node.stream = stream;
-    node.Verbosity = Verbosity;
+    node.settings = &settings;
+    node.ClassCount.assign(settings.classNumber, Y(0));
+    node.ClassProb.assign(settings.classNumber, W(0));
     return node;
 }
 
@@ -53,10 +32,13 @@ inline std::uint64_t estimateNodeCount(std::uint64_t n, std::uint64_t minParent,
 
 template <class X, class Y, class W>
 void Tree<X, Y, W>::grow(const RowList& rows) {
-    if (regressionCriterion != nullptr) {
-        RiskTolerance *= regressionCriterion->parent(y, w, rows);
+    if (settings.regressionCriterion != nullptr) {
+        settings.RiskTolerance *= settings.regressionCriterion->parent(settings.y, settings.w, rows);
     }
-    const std::uint64_t estimate = estimateNodeCount(rows.size(), MinParent, MinLeaf);
+    const std::uint64_t MaxSplits = settings.MaxSplits;
+    const std::uint64_t Verbosity = settings.Verbosity;
+    const std::uint64_t estimate =
+        estimateNodeCount(rows.size(), settings.MinParent, settings.MinLeaf);
 
     std::deque<RowList> queue;
     queue.push_back(rows);
@@ -69,7 +51,6 @@ void Tree<X, Y, W>::grow(const RowList& rows) {
     nodes.clear();
     nodes.reserve(length);
     nodes.push_back(prototype);
-    nodeCount = 1;
 
     std::uint64_t layer = 0;
     std::uint64_t nextNode = 0;
@@ -90,7 +71,7 @@ void Tree<X, Y, W>::grow(const RowList& rows) {
             if (Verbosity != 0) {
                 calyxPrintf("    Splitting node %i...\n", i);
             }
-            SplitRows split = nodes[i].findBestSplit(queue.front(), MinLeaf, MinParent);
+            SplitRows split = nodes[i].findBestSplit(queue.front());
             queue.pop_front();
             // A split with one empty side gives the node no children,
             // whatever its fields say.
@@ -127,7 +108,7 @@ void Tree<X, Y, W>::grow(const RowList& rows) {
         for (std::uint64_t k = 0; k < keep; ++k) {
             const std::uint64_t p = foundNodes[candidates[k].index];
             SplitRows& split = foundRows[candidates[k].index];
-            const std::uint64_t c = nodeCount;
+            const std::uint64_t c = nodes.size();
             if (c + 2 > length) {
                 length += std::max<std::uint64_t>(c + 2 - length, length);
                 nodes.reserve(length);
@@ -145,7 +126,6 @@ void Tree<X, Y, W>::grow(const RowList& rows) {
             // The lists are not needed here any more: they move to the queue.
             queue.push_back(std::move(split.left));
             queue.push_back(std::move(split.right));
-            nodeCount += 2;
         }
         totalSplits += keep;
         ++layer;

@@ -9,7 +9,7 @@ namespace arbolin {
 // leaves an empty line in its place.
 template <class NodeT, class W>
 void printStatistics(const NodeT& node, const ClassWeights<W>* corrected) {
-    if (node.Verbosity == 0) {
+    if (node.settings->Verbosity == 0) {
         return;
     }
     calyxPrintf("  NodeProb = %g\n", static_cast<double>(node.NodeProb));
@@ -33,11 +33,14 @@ template <class X, class Y, class W>
 void Node<X, Y, W>::initNode(const RowList& rows) {
     NodeSize = rows.size();
     const std::size_t K = ClassProb.size();
+    const Y* const y = settings->y;
+    const W* const w = settings->w;
+    const auto* const classificationCriterion = settings->classificationCriterion;
 
     if (classificationCriterion != nullptr) {
         ClassWeights<W> s(K, W(0));
         for (std::uint64_t r : rows) {
-            s[toCount(static_cast<double>(y[r]))] += w[r];
+            s[classOf(y[r])] += w[r];
         }
         ClassProb.assign(s.begin(), s.end());
         NodeProb = sumInOrder(ClassProb);
@@ -46,7 +49,7 @@ void Node<X, Y, W>::initNode(const RowList& rows) {
         }
         ClassCount.assign(K, Y(0));
         for (std::uint64_t r : rows) {
-            ClassCount[toCount(static_cast<double>(y[r]))] += Y(1);
+            ClassCount[classOf(y[r])] += Y(1);
         }
         // The lowest class wins a tie; NaN probabilities leave class 0.
         std::size_t best = 0;
@@ -81,7 +84,7 @@ void Node<X, Y, W>::initNode(const RowList& rows) {
     }
     NodeValue = weighted / NodeProb;
     CorrectedNodeProb = NodeProb;
-    NodeRisk = regressionCriterion->parent(y, w, rows);
+    NodeRisk = settings->regressionCriterion->parent(y, w, rows);
     printStatistics(*this, static_cast<const ClassWeights<W>*>(nullptr));
 }
 

@@ -13,19 +13,18 @@ namespace {
 
 template <class Y, class W>
 struct Fixture {
-    std::unique_ptr<ClassificationSplitCriterion<Y, W>> classification;
-    std::unique_ptr<RegressionSplitCriterion<Y, W>> regression;
+    Criteria<Y, W> criteria;
+    TreeSettings<double, Y, W> settings;
     Node<double, Y, W> node;
 
     Fixture(const std::string& criterion, const Y* y, const W* w, std::uint64_t K,
-            const CostMatrix<W>* costs = nullptr) {
-        auto [c, r] = SplitCriteriaFactory<Y, W>::make(criterion, costs, "", "");
-        classification.reset(c);
-        regression.reset(r);
-        node.y = y;
-        node.w = w;
-        node.classificationCriterion = c;
-        node.regressionCriterion = r;
+            const CostMatrix<W>* costs = nullptr)
+        : criteria(SplitCriteriaFactory<Y, W>::make(criterion, costs, "", "")) {
+        settings.y = y;
+        settings.w = w;
+        settings.classificationCriterion = criteria.classification.get();
+        settings.regressionCriterion = criteria.regression.get();
+        node.settings = &settings;
         node.ClassCount.assign(K, Y(0));
         node.ClassProb.assign(K, W(0));
     }
@@ -110,12 +109,12 @@ TEST(InitNode, VerboseReport) {
     std::string printed;
     auto previous = numora::setPrintSink([&](std::string_view s) { printed += s; });
     Fixture<double, double> f("gini", kClasses, kWeights, 3);
-    f.node.Verbosity = 1;
+    f.settings.Verbosity = 1;
     f.node.initNode(RowList{0, 1, 3});
     const double y[] = {1, 3};
     const double w[] = {1, 1};
     Fixture<double, double> r("mse", y, w, 1);
-    r.node.Verbosity = 1;
+    r.settings.Verbosity = 1;
     r.node.initNode(RowList{0, 1});
     numora::setPrintSink(previous);
     EXPECT_EQ(printed,

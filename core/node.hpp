@@ -1,15 +1,14 @@
 // The record of one tree node. Nodes live side by side in one vector and
-// refer to each other by index; each carries a private copy of all that its
-// own search needs, so that it never reaches back to its tree.
+// refer to each other by index; what they share (data, criteria, settings)
+// they read through one pointer to the tree's settings.
 #pragma once
 
 #include <cstdint>
 #include <limits>
 
 #include "core/surrogate_set.hpp"
+#include "core/tree_settings.hpp"
 #include "core/types.hpp"
-#include "criteria/classification_criterion.hpp"
-#include "criteria/regression_criterion.hpp"
 #include "gateway/numora.hpp"
 
 namespace arbolin {
@@ -29,20 +28,8 @@ struct InteractionTest {
 
 template <class X, class Y, class W>
 struct Node {
-    bool CurvatureFlag = false;
-    bool InteractionFlag = false;
-    bool ChisqFlag = false;
+    const TreeSettings<X, Y, W>* settings = nullptr;
     std::uint64_t NodeSize = 0;
-    const X* x = nullptr;
-    std::uint64_t rowCount = 0;
-    std::uint64_t predictorCount = 0;
-    const Y* y = nullptr;
-    const W* w = nullptr;
-    const bool* isCat = nullptr;
-    std::uint64_t MaxCat = 0;
-    std::uint64_t AlgCat = 0;
-    const ClassificationSplitCriterion<Y, W>* classificationCriterion = nullptr;
-    const RegressionSplitCriterion<Y, W>* regressionCriterion = nullptr;
     std::uint64_t id = 0;
     std::int64_t parent = -1;
     std::uint64_t leftChild = 0;  // 0: none (the root is nobody's child)
@@ -61,18 +48,14 @@ struct Node {
     ScalableVector<CurvatureTest<W>> CurvatureTests;
     ScalableVector<InteractionTest<W>> InteractionTests;
     bool HasUnroutedRows = false;
-    std::uint64_t SampleSize = 0;
     SurrogateSet<X, W> surrogates;
-    W RiskTolerance = 0;
-    StreamHandle* stream = nullptr;
-    std::uint64_t Verbosity = 0;
 
     bool isBranch() const { return leftChild != 0 || rightChild != 0; }
 
     // Fills size, weight, class distribution, predicted value and risk.
     void initNode(const RowList& rows);
     // Decides whether the node is split and how; both lists are empty for a leaf.
-    SplitRows findBestSplit(const RowList& rows, std::uint64_t MinLeaf, std::uint64_t MinParent);
+    SplitRows findBestSplit(const RowList& rows);
     // Withdraws a split found for this node.
     void unsplit();
 

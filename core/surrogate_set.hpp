@@ -17,29 +17,27 @@ template <class X, class W>
 struct SurrogateSet {
     using Levels = ScalableVector<X>;
 
-    const X* x = nullptr;
-    std::uint64_t rowCount = 0;
-    std::uint64_t predictorCount = 0;
-    std::uint64_t SurrogateCount = 0;
     ScalableVector<std::uint64_t> predictors;  // 0-based
     ScalableVector<X> cutPoints;
     ScalableVector<std::pair<Levels, Levels>> levelPairs;  // left, right
     ScalableVector<std::int64_t> directions;
     ScalableVector<W> gains;
     ScalableVector<W> associations;
-    std::uint64_t Verbosity = 0;
 
     std::size_t size() const { return predictors.size(); }
 
     // Ranks the drawn predictors by how well they imitate the winner (whose
-    // entry in `columns` is null) and keeps the best SurrogateCount.
+    // entry in `columns` is null) and keeps the best `surrogateCount`.
     template <class Y>
     void searchSurrogates(const ScalableVector<std::unique_ptr<IndexedColumn<X, Y, W>>>& columns,
                           const SplitRows& kids,
-                          const ScalableVector<std::uint64_t>& candidates, W minP);
+                          const ScalableVector<std::uint64_t>& candidates, W minP,
+                          std::uint64_t surrogateCount, std::uint64_t verbosity);
     // Sends the winner's missing rows to the children by the kept
-    // surrogates, best first; the rows none can place stay in `rows`.
-    void routeMissingRows(RowList& rows, SplitRows& kids) const;
+    // surrogates, best first; the rows none can place stay in `rows`. `x`
+    // is the predictor matrix, `rowCount` rows by column.
+    void routeMissingRows(RowList& rows, SplitRows& kids, const X* x,
+                          std::uint64_t rowCount) const;
 
     // Empties all six lists and gives their memory back.
     void clear() {

@@ -1,9 +1,10 @@
-// The one object of a call: data, settings, criteria and the node vector.
+// The one object of a call: the settings and the node vector.
 #pragma once
 
 #include <cstdint>
 
 #include "core/node.hpp"
+#include "core/tree_settings.hpp"
 #include "core/types.hpp"
 
 namespace arbolin {
@@ -13,35 +14,16 @@ class Tree {
 public:
     using NodeType = Node<X, Y, W>;
 
-    virtual ~Tree() = default;
+    explicit Tree(const TreeSettings<X, Y, W>& s) : settings(s) {}
+    // Nodes point at `settings`: the tree stays where it was made.
+    Tree(const Tree&) = delete;
+    Tree& operator=(const Tree&) = delete;
 
     // Grows the tree from the root's rows, layer by layer, under MaxSplits.
     void grow(const RowList& rows);
 
-    const X* x = nullptr;
-    std::uint64_t rowCount = 0;
-    std::uint64_t predictorCount = 0;
-    const Y* y = nullptr;
-    const W* w = nullptr;
-    bool* isCat = nullptr;
-    std::uint64_t MaxCat = 0;
-    std::uint64_t AlgCat = 0;
-    std::uint64_t classNumber = 0;
-    ClassificationSplitCriterion<Y, W>* classificationCriterion = nullptr;
-    RegressionSplitCriterion<Y, W>* regressionCriterion = nullptr;
-    std::uint64_t MinLeaf = 0;
-    std::uint64_t MinParent = 0;
-    std::uint64_t MaxSplits = 0;
-    std::uint64_t SampleSize = 0;
-    std::uint64_t SurrogateCount = 0;
-    W RiskTolerance = 0;
-    bool CurvatureFlag = false;
-    bool InteractionFlag = false;
-    bool ChisqFlag = false;
-    StreamHandle* stream = nullptr;
-    std::uint64_t Verbosity = 0;
-    std::uint64_t nodeCount = 0;
-    ScalableVector<NodeType> nodes;  // exactly nodeCount nodes once grow returns
+    TreeSettings<X, Y, W> settings;
+    ScalableVector<NodeType> nodes;  // every node counted, once grow returns
 
 private:
     NodeType makePrototype() const;

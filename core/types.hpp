@@ -66,4 +66,10 @@ inline std::uint64_t toCount(double v) {
     return static_cast<std::uint64_t>(truncateToInt64(v - twoTo63)) | (std::uint64_t{1} << 63);
 }
 
+// The class of a row: its response, a class number held as a real value.
+template <class Y>
+std::uint64_t classOf(Y response) {
+    return toCount(static_cast<double>(response));
+}
+
 }  // namespace arbolin

@@ -57,11 +57,9 @@ void weaveCanopy(const CanopyArgs& args) {
             CostMatrix<W>{static_cast<const W*>(cxGetData(args.CostArg)), k, k});
     }
 
-    const auto [classification, regression] = SplitCriteriaFactory<Y, W>::make(
+    const Criteria<Y, W> criteria = SplitCriteriaFactory<Y, W>::make(
         *args.criterion, costs.get(), std::string(*args.parentFunction),
         std::string(*args.kidsFunction));
-    const std::unique_ptr<ClassificationSplitCriterion<Y, W>> classificationOwner(classification);
-    const std::unique_ptr<RegressionSplitCriterion<Y, W>> regressionOwner(regression);
 
     const std::unique_ptr<bool[]> isCat(new bool[args.D]);
     if (args.D != 0) {
@@ -74,38 +72,37 @@ void weaveCanopy(const CanopyArgs& args) {
         stream = driver_detail::streamFromArgument(args.StreamArg);
     }
 
-    Tree<X, Y, W> tree;
-    tree.x = static_cast<const X*>(args.x);
-    tree.rowCount = args.N;
-    tree.predictorCount = args.D;
-    tree.y = static_cast<const Y*>(args.y);
-    tree.w = static_cast<const W*>(args.w);
-    tree.isCat = isCat.get();
-    tree.MaxCat = args.MaxCat;
-    tree.AlgCat = args.AlgCat;
-    tree.classNumber = 0;
-    tree.classificationCriterion = classification;
-    tree.regressionCriterion = regression;
-    tree.MinLeaf = args.MinLeaf;
-    tree.MinParent = args.MinParent;
-    tree.MaxSplits = args.MaxSplits;
-    tree.SampleSize = args.SampleSize;
-    tree.SurrogateCount = args.SurrogateCount;
-    tree.RiskTolerance = static_cast<W>(args.RiskTolerance);
-    tree.CurvatureFlag = args.CurvatureFlag;
-    tree.InteractionFlag = args.InteractionFlag;
-    tree.ChisqFlag = args.ChisqFlag;
-    tree.stream = &stream;
-    tree.Verbosity = args.Verbosity;
-
-    if (classification != nullptr) {
-        tree.classNumber = driver_detail::countClasses(tree.y, args.N);
-    } else if (regression != nullptr) {
-        tree.classNumber = 1;
+    TreeSettings<X, Y, W> settings;
+    settings.x = static_cast<const X*>(args.x);
+    settings.rowCount = args.N;
+    settings.predictorCount = args.D;
+    settings.y = static_cast<const Y*>(args.y);
+    settings.w = static_cast<const W*>(args.w);
+    settings.isCat = isCat.get();
+    settings.classificationCriterion = criteria.classification.get();
+    settings.regressionCriterion = criteria.regression.get();
+    settings.MinLeaf = args.MinLeaf;
+    settings.MinParent = args.MinParent;
+    settings.MaxSplits = args.MaxSplits;
+    settings.SampleSize = args.SampleSize;
+    settings.SurrogateCount = args.SurrogateCount;
+    settings.MaxCat = args.MaxCat;
+    settings.AlgCat = args.AlgCat;
+    settings.RiskTolerance = static_cast<W>(args.RiskTolerance);
+    settings.CurvatureFlag = args.CurvatureFlag;
+    settings.InteractionFlag = args.InteractionFlag;
+    settings.ChisqFlag = args.ChisqFlag;
+    settings.stream = &stream;
+    settings.Verbosity = args.Verbosity;
+    if (criteria.classification != nullptr) {
+        settings.classNumber = driver_detail::countClasses(settings.y, args.N);
+    } else if (criteria.regression != nullptr) {
+        settings.classNumber = 1;
     } else {
         raise(tallix::silvan::learning::treeutils::Tree::init::BadCrit());
     }
 
+    Tree<X, Y, W> tree(settings);
     tree.grow(*args.rows);
     writeOutputs(tree, args.outputCount, args.outputs);
 }

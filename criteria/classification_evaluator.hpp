@@ -28,7 +28,7 @@ public:
           correctedBelow_(K), above_(K) {
         ClassWeights<W> sums(K, W(0));
         for (std::uint64_t r : rows) {
-            sums[toCount(static_cast<double>(y[r]))] += w[r];
+            sums[classOf(y[r])] += w[r];
         }
         if (criterion_ != nullptr) {
             criterion_->correct(sums, totals_);
@@ -46,7 +46,7 @@ public:
         for (std::size_t i = 0; i < n; ++i) {
             prefetchAhead(y_, first, i, n);
             prefetchAhead(w_, first, i, n);
-            below_[toCount(static_cast<double>(y_[first[i]]))] += w_[first[i]];
+            below_[classOf(y_[first[i]])] += w_[first[i]];
         }
     }
 

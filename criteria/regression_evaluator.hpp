@@ -11,11 +11,10 @@ template <class Y, class W>
 class RegressionSplitCriterionEvaluator final : public SplitCriterionEvaluator<W> {
 public:
     // The totals are summed over the rows in list order, one pass each. The
-    // squares are taken about a centre of zero: raw sums, whatever the
-    // cancellation in the differences below.
-    RegressionSplitCriterionEvaluator(const RowList& rows, const Y* y, const W* w,
-                                      const RegressionSplitCriterion<Y, W>* criterion)
-        : criterion_(criterion), y_(y), w_(w) {
+    // squares are raw sums, y (w y), whatever the cancellation in the
+    // differences below.
+    RegressionSplitCriterionEvaluator(const RowList& rows, const Y* y, const W* w)
+        : y_(y), w_(w) {
         for (std::uint64_t r : rows) {
             totalW_ += w[r];
         }
@@ -23,8 +22,8 @@ public:
             totalWY_ += w[r] * static_cast<W>(y[r]);
         }
         for (std::uint64_t r : rows) {
-            const W d = static_cast<W>(y[r]) - centre_;
-            totalWYY_ += d * (w[r] * d);
+            const W v = static_cast<W>(y[r]);
+            totalWYY_ += v * (w[r] * v);
         }
     }
 
@@ -42,8 +41,8 @@ public:
             belowWY_ += w_[*r] * static_cast<W>(y_[*r]);
         }
         for (const std::uint64_t* r = first; r != last; ++r) {
-            const W d = static_cast<W>(y_[*r]) - centre_;
-            belowWYY_ += d * (w_[*r] * d);
+            const W v = static_cast<W>(y_[*r]);
+            belowWYY_ += v * (w_[*r] * v);
         }
     }
 
@@ -70,7 +69,6 @@ public:
     }
 
 private:
-    const RegressionSplitCriterion<Y, W>* criterion_;  // kept, never called
     W totalW_ = 0;
     W totalWY_ = 0;
     W totalWYY_ = 0;
@@ -79,7 +77,6 @@ private:
     W belowW_ = 0;
     W belowWY_ = 0;
     W belowWYY_ = 0;
-    W centre_ = 0;
 };
 
 }  // namespace arbolin

@@ -17,26 +17,31 @@
 
 namespace arbolin {
 
+// The tree's criterion: exactly one of the two is set.
+template <class Y, class W>
+struct Criteria {
+    std::unique_ptr<ClassificationSplitCriterion<Y, W>> classification;
+    std::unique_ptr<RegressionSplitCriterion<Y, W>> regression;
+};
+
 template <class Y, class W>
 struct SplitCriteriaFactory {
     using Classification = ClassificationSplitCriterion<Y, W>;
     using Regression = RegressionSplitCriterion<Y, W>;
 
-    // First: the classification criterion, second: the regression one; the
-    // caller owns both. Keywords compare whole and case-sensitively. A cost
-    // matrix wraps every classification result but "error", which reads
-    // the matrix itself.
-    static std::pair<Classification*, Regression*> make(const std::string& criterion,
-                                                        const CostMatrix<W>* costs,
-                                                        const std::string& parentFunction,
-                                                        const std::string& kidsFunction) {
+    // Keywords compare whole and case-sensitively. A cost matrix wraps
+    // every classification result but "error", which reads the matrix
+    // itself.
+    static Criteria<Y, W> make(const std::string& criterion, const CostMatrix<W>* costs,
+                               const std::string& parentFunction,
+                               const std::string& kidsFunction) {
         std::unique_ptr<Classification> classification;
         std::unique_ptr<Regression> regression;
         if (criterion == "error") {
             if (costs != nullptr) {
-                return {new Cost<Y, W>(*costs), nullptr};
+                return {std::make_unique<Cost<Y, W>>(*costs), nullptr};
             }
-            return {new ClassifError<Y, W>(), nullptr};
+            return {std::make_unique<ClassifError<Y, W>>(), nullptr};
         }
         if (criterion == "gini" || criterion == "gdi") {
             classification = std::make_unique<Gini<Y, W>>();
@@ -56,7 +61,7 @@ struct SplitCriteriaFactory {
             classification = std::make_unique<AverageCostCorrection<Y, W>>(
                 std::move(classification), *costs);
         }
-        return {classification.release(), regression.release()};
+        return {std::move(classification), std::move(regression)};
     }
 };
 

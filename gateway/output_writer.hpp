@@ -109,9 +109,9 @@ void writeOutputs(const Tree<X, Y, W>& tree, int outputCount, cxArray** outputs)
     using namespace output_detail;
     using NodeT = typename Tree<X, Y, W>::NodeType;
     const auto& nodes = tree.nodes;
-    const std::uint64_t n = tree.nodeCount;
-    const std::uint64_t K = tree.classNumber;
-    const bool surrogatesAsked = tree.SurrogateCount != 0;
+    const std::uint64_t n = tree.nodes.size();
+    const std::uint64_t K = tree.settings.classNumber;
+    const bool surrogatesAsked = tree.settings.SurrogateCount != 0;
 
     int position = 0;
     auto store = [&](cxArray* a) {
@@ -141,7 +141,7 @@ void writeOutputs(const Tree<X, Y, W>& tree, int outputCount, cxArray** outputs)
         })))
         return;
     if (!store(testCell<W>(
-            nodes, n, tree.CurvatureFlag, 2,
+            nodes, n, tree.settings.CurvatureFlag, 2,
             [](const NodeT& d) -> const auto& { return d.CurvatureTests; },
             [](const CurvatureTest<W>& t, W* row, std::uint64_t k) {
                 row[0] = static_cast<W>(t.predictor + 1);
@@ -168,7 +168,7 @@ void writeOutputs(const Tree<X, Y, W>& tree, int outputCount, cxArray** outputs)
         return;
     if (!store(perNodeFlag(nodes, n, [](const NodeT& d) { return d.HasUnroutedRows; }))) return;
     if (!store(testCell<W>(
-            nodes, n, tree.InteractionFlag, 3,
+            nodes, n, tree.settings.InteractionFlag, 3,
             [](const NodeT& d) -> const auto& { return d.InteractionTests; },
             [](const InteractionTest<W>& t, W* row, std::uint64_t k) {
                 row[0] = static_cast<W>(t.first + 1);

@@ -10,23 +10,15 @@
 namespace arbolin {
 
 // Calls f for each row of present_ whose value is that of the row at
-// `representative`, in list order. On rows sorted by value they are one run
-// from there on; otherwise every row is looked at.
+// `representative`, in list order. Levels are built on rows sorted by value
+// (divide sorts first), so these rows are one run from there on.
 template <class X, class Y, class W>
 template <class F>
 void IndexedColumn<X, Y, W>::forEachRowWithValueOf(std::uint64_t representative, F f) const {
     const RowList& rows = *present_;
     const X value = x_[rows[representative]];
-    if (presentInOrder_) {
-        for (std::uint64_t p = representative; p < rows.size() && x_[rows[p]] == value; ++p) {
-            f(rows[p]);
-        }
-        return;
-    }
-    for (std::uint64_t r : rows) {
-        if (x_[r] == value) {
-            f(r);
-        }
+    for (std::uint64_t p = representative; p < rows.size() && x_[rows[p]] == value; ++p) {
+        f(rows[p]);
     }
 }
 
@@ -39,12 +31,8 @@ void IndexedColumn<X, Y, W>::buildLevels() {
     // One representative per run of equal values: the first row, then each
     // row whose value differs from the last representative's.
     ScalableVector<std::uint64_t> representatives{0};
-    presentInOrder_ = true;
     for (std::uint64_t p = 1; p < rows.size(); ++p) {
         const X value = x_[rows[p]];
-        if (value < x_[rows[p - 1]]) {
-            presentInOrder_ = false;
-        }
         if (value != x_[rows[representatives.back()]]) {
             representatives.push_back(p);
         }
@@ -94,7 +82,7 @@ void IndexedColumn<X, Y, W>::buildClassificationLevels(
         ScalableVector<std::uint64_t> counts(K, 0);
         ScalableVector<W> weights(K, W(0));
         forEachRowWithValueOf(representative, [&](std::uint64_t r) {
-            const std::uint64_t k = toCount(static_cast<double>(y_[r]));
+            const std::uint64_t k = classOf(y_[r]);
             ++counts[k];
             weights[k] += w_[r];
             if (interaction_) {

@@ -16,9 +16,8 @@ public:
     explicit RegressionNominalSplitFinder(const IndexedColumn<X, Y, W>& column)
         : x_(column.x_), y_(column.y_), w_(column.w_), present_(column.present_),
           levelValues_(&column.LevelValues), LevelSizes(column.LevelCounts.size(), 0),
-          sortedLevels_(&column.SortedLevels), criterion_(column.regressionCriterion_),
-          minLeaf_(column.minLeaf_), verbosity_(column.verbosity_),
-          presentInOrder_(column.presentInOrder_) {
+          sortedLevels_(&column.SortedLevels),
+          minLeaf_(column.minLeaf_), verbosity_(column.verbosity_) {
         for (std::size_t level = 0; level < LevelSizes.size(); ++level) {
             LevelSizes[level] = sumInOrder(column.LevelCounts[level]);
         }
@@ -33,10 +32,8 @@ public:
     const ScalableVector<ScalableVector<X>>* levelValues_;
     ScalableVector<std::uint64_t> LevelSizes;
     const ScalableVector<ScalableVector<std::uint64_t>>* sortedLevels_;
-    const RegressionSplitCriterion<Y, W>* criterion_;
     std::uint64_t minLeaf_;
     std::uint64_t verbosity_;
-    bool presentInOrder_;
 };
 
 template <class X, class Y, class W>
@@ -50,7 +47,7 @@ MethodOutcome<W> RegressionNominalSplitFinder<X, Y, W>::findRegressionSplit(
     const RowList& present = *present_;
     const std::uint64_t N = sumInOrder(LevelSizes);
     const auto& list = (*sortedLevels_)[0];
-    RegressionSplitCriterionEvaluator<Y, W> evaluator(present, y_, w_, criterion_);
+    RegressionSplitCriterionEvaluator<Y, W> evaluator(present, y_, w_);
     W best = std::numeric_limits<W>::max();
     std::uint64_t bestPosition = L;
     std::uint64_t Nbelow = 0;
@@ -64,23 +61,14 @@ MethodOutcome<W> RegressionNominalSplitFinder<X, Y, W>::findRegressionSplit(
         if (N - Nbelow < minLeaf_) {
             break;
         }
-        // The rows of the level, in list order: one run when the rows are
-        // sorted by value, else a scan of them all.
+        // The rows of the level, in list order: one run, since a column's
+        // rows are sorted by value before its levels are built.
         const X value = (*levelValues_)[c][0];
-        levelRows.clear();
-        if (presentInOrder_) {
-            const auto first = std::partition_point(
-                present.begin(), present.end(), [&](std::uint64_t r) { return x_[r] < value; });
-            const auto last = std::partition_point(
-                first, present.end(), [&](std::uint64_t r) { return !(value < x_[r]); });
-            levelRows.assign(first, last);
-        } else {
-            for (std::uint64_t r : present) {
-                if (x_[r] == value) {
-                    levelRows.push_back(r);
-                }
-            }
-        }
+        const auto first = std::partition_point(
+            present.begin(), present.end(), [&](std::uint64_t r) { return x_[r] < value; });
+        const auto last = std::partition_point(
+            first, present.end(), [&](std::uint64_t r) { return !(value < x_[r]); });
+        levelRows.assign(first, last);
         evaluator.advance(levelRows.data(), levelRows.data() + levelRows.size());
         W crit;
         const EvalResult result = evaluator.evaluate(&crit);

@@ -16,7 +16,8 @@ template <class Table>
 void Node<X, Y, W>::testInteractions(const ScalableVector<std::uint64_t>& sampled,
                                      const Table& columns, W bestP,
                                      ScalableVector<std::uint64_t>& chosen) {
-    const std::uint64_t D = predictorCount;
+    const std::uint64_t D = settings->predictorCount;
+    const std::uint64_t Verbosity = settings->Verbosity;
     tbb::concurrent_vector<W> pValues(D, W(1));
     tbb::concurrent_vector<std::uint64_t> partners(D, D);
     ScalableVector<std::uint64_t> positions(sampled.size() - 1);

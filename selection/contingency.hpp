@@ -111,7 +111,7 @@ W IndexedColumn<X, Y, W>::contingencyTest(const RowList& missing,
     // the node's mean.
     auto columnOf = [&](std::uint64_t r) -> std::uint64_t {
         if (classification) {
-            return toCount(static_cast<double>(y_[r]));
+            return classOf(y_[r]);
         }
         return static_cast<W>(y_[r]) < nodeValue_ ? 0 : 1;
     };

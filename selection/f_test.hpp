@@ -22,7 +22,7 @@ W IndexedColumn<X, Y, W>::fTest() const {
     const std::uint64_t groups = classification ? K : 2;
     auto groupOf = [&](std::uint64_t r) -> std::uint64_t {
         if (classification) {
-            return toCount(static_cast<double>(y_[r]));
+            return classOf(y_[r]);
         }
         return static_cast<W>(y_[r]) < nodeValue_ ? 0 : 1;
     };

@@ -11,7 +11,8 @@
 namespace arbolin {
 
 template <class X, class W>
-void SurrogateSet<X, W>::routeMissingRows(RowList& rows, SplitRows& kids) const {
+void SurrogateSet<X, W>::routeMissingRows(RowList& rows, SplitRows& kids, const X* x,
+                                          std::uint64_t rowCount) const {
     if (rows.empty() || predictors.empty()) {
         return;
     }

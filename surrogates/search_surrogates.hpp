@@ -15,8 +15,8 @@ template <class X, class W>
 template <class Y>
 void SurrogateSet<X, W>::searchSurrogates(
     const ScalableVector<std::unique_ptr<IndexedColumn<X, Y, W>>>& columns, const SplitRows& kids,
-                                          const ScalableVector<std::uint64_t>& candidates,
-                                          W minP) {
+    const ScalableVector<std::uint64_t>& candidates, W minP, std::uint64_t surrogateCount,
+    std::uint64_t verbosity) {
     clear();
     AssociationTable<W> assocPair(columns.size(),
                                   {std::uint64_t{0}, std::numeric_limits<W>::lowest()});
@@ -34,9 +34,9 @@ void SurrogateSet<X, W>::searchSurrogates(
         lists = &sorted;
     }
     forEachPredictor(candidates,
-                     ColumnAssociationSplitter<X, Y, W>{lists, minP, &columns, Verbosity,
+                     ColumnAssociationSplitter<X, Y, W>{lists, minP, &columns, verbosity,
                                                         &assocPair},
-                     Verbosity == 0);
+                     verbosity == 0);
 
     // Drop what imitates no better than the default rule (and what was
     // never written), keeping the order; then the best first.
@@ -46,7 +46,7 @@ void SurrogateSet<X, W>::searchSurrogates(
     std::sort(table.begin(), kept, [](const auto& a, const auto& b) {
         return a.second > b.second || (!std::isnan(a.second) && std::isnan(b.second));
     });
-    if (Verbosity > 4) {
+    if (verbosity > 4) {
         for (std::size_t i = 0; i < table.size(); ++i) {
             calyxPrintf("  assocPair[%i] = (%i,%g)", std::uint64_t{i}, table[i].first,
                         static_cast<double>(table[i].second));
@@ -54,7 +54,7 @@ void SurrogateSet<X, W>::searchSurrogates(
         calyxPrintf("\n");
     }
     const std::uint64_t k =
-        std::min<std::uint64_t>(static_cast<std::uint64_t>(kept - table.begin()), SurrogateCount);
+        std::min<std::uint64_t>(static_cast<std::uint64_t>(kept - table.begin()), surrogateCount);
     for (std::uint64_t i = 0; i < k; ++i) {
         const auto [j, association] = table[i];
         const auto& column = *columns[j];

@@ -1,0 +1,43 @@
+// What every node of one tree reads and none changes: the data, the
+// criteria and the caller's settings. The driver builds it once, the tree
+// holds it, and each node points at it.
+#pragma once
+
+#include <cstdint>
+
+#include "core/types.hpp"
+#include "criteria/classification_criterion.hpp"
+#include "criteria/regression_criterion.hpp"
+#include "gateway/numora.hpp"
+
+namespace arbolin {
+
+template <class X, class Y, class W>
+struct TreeSettings {
+    const X* x = nullptr;  // rowCount by predictorCount, column-major
+    std::uint64_t rowCount = 0;
+    std::uint64_t predictorCount = 0;
+    const Y* y = nullptr;
+    const W* w = nullptr;
+    const bool* isCat = nullptr;
+    std::uint64_t classNumber = 0;  // K; 1 in regression
+    // Exactly one of the two is set.
+    const ClassificationSplitCriterion<Y, W>* classificationCriterion = nullptr;
+    const RegressionSplitCriterion<Y, W>* regressionCriterion = nullptr;
+    std::uint64_t MinLeaf = 0;
+    std::uint64_t MinParent = 0;
+    std::uint64_t MaxSplits = 0;
+    std::uint64_t SampleSize = 0;
+    std::uint64_t SurrogateCount = 0;
+    std::uint64_t MaxCat = 0;
+    std::uint64_t AlgCat = 0;
+    // The caller's share of the root's risk; grow turns it into a risk.
+    W RiskTolerance = 0;
+    bool CurvatureFlag = false;
+    bool InteractionFlag = false;
+    bool ChisqFlag = false;
+    StreamHandle* stream = nullptr;
+    std::uint64_t Verbosity = 0;
+};
+
+}  // namespace arbolin
