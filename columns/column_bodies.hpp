@@ -10,6 +10,7 @@
 #include <oneapi/tbb/task_group.h>
 
 #include "columns/column.hpp"
+#include "columns/fork_join_order.hpp"
 #include "columns/remove_nan.hpp"
 
 namespace arbolin {
@@ -30,7 +31,8 @@ template <class List, class Body>
 void forEachPredictor(const List& list, const Body& body, bool parallel) {
     if (parallel) {
         tbb::task_group_context context;
-        tbb::parallel_for_each(list.begin(), list.end(), body, context);
+        const ForkJoinBody<Body> told(body);
+        tbb::parallel_for_each(list.begin(), list.end(), told, context);
         return;
     }
     for (auto j : list) {

@@ -9,6 +9,7 @@ packages=(
   libgtest-dev googletest
   pybind11-dev python3-dev python3-numpy python3-pytest python3-sklearn python3-scipy
   libcli11-dev nlohmann-json3-dev libcsv-dev
+  clang libclang-rt-14-dev
 )
 
 missing=()
