@@ -36,6 +36,6 @@ from . import _core  # noqa: E402  (needs the classes above)
 
 _core._bind(HostError, Cell, os.path.dirname(os.path.abspath(__file__)))
 
-from ._core import Stream, calyx  # noqa: E402
+from ._core import INPUT_NAMES, OUTPUT_NAMES, Stream, calyx  # noqa: E402
 
-__all__ = ["calyx", "Cell", "HostError", "Stream"]
+__all__ = ["calyx", "Cell", "HostError", "Stream", "INPUT_NAMES", "OUTPUT_NAMES"]

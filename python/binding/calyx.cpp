@@ -13,6 +13,7 @@
 #include "binding/convert.hpp"
 #include "binding/package.hpp"
 #include "frontend/input_check.hpp"
+#include "gateway/contract.hpp"
 
 namespace arbolin::binding {
 
@@ -309,6 +310,17 @@ py::tuple callHost(py::handle nout, const std::string& name, py::handle inputs,
 }  // namespace
 
 void bindCalls(py::module_& m) {
+    // The module's argument names in order, so that Python code and tests
+    // never spell the list again.
+    py::tuple inputNames(contract::kInputCount), outputNames(contract::kOutputCount);
+    for (const auto& a : contract::kInputs) {
+        inputNames[contract::slot(a.position)] = py::str(a.name.data(), a.name.size());
+    }
+    for (const auto& a : contract::kOutputs) {
+        outputNames[contract::slot(a.position)] = py::str(a.name.data(), a.name.size());
+    }
+    m.attr("INPUT_NAMES") = inputNames;
+    m.attr("OUTPUT_NAMES") = outputNames;
     m.def("calyx", &calyx, py::arg("nout"), py::arg("inputs"), py::kw_only(),
           py::arg("functions") = py::none(), py::arg("out") = py::none(),
           R"(Calls the arbolin module with `inputs` and returns a tuple of `nout` outputs.

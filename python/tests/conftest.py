@@ -32,13 +32,7 @@ INPUTS = (
     ("verbosity", 0),
 )
 
-# The twenty-two outputs of the module in their order.
-OUTPUTS = (
-    "Children", "ClassCount", "ClassProb", "CurvatureTests", "SplitLevels", "CutPoint",
-    "CutVar", "HasUnroutedRows", "InteractionTests", "IsBranch", "NodeValue", "NodeProb",
-    "NodeSize", "Parent", "NodeRisk", "Gain", "SurrogateLevels", "SurrogateDirections",
-    "SurrogateCutPoints", "SurrogatePredictors", "SurrogateGains", "SurrogateAssociations",
-)
+OUTPUTS = arbolin.OUTPUT_NAMES
 
 
 def make_inputs(X, Y, **settings):
