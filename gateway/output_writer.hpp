@@ -2,11 +2,13 @@
 #pragma once
 
 #include <algorithm>
+#include <array>
 #include <cstdint>
 #include <memory>
 
 #include "core/tree.hpp"
 #include "criteria/host_class.hpp"
+#include "gateway/contract.hpp"
 #include "gateway/numora.hpp"
 
 namespace arbolin {
@@ -100,138 +102,190 @@ cxArray* surrogateCell(const Nodes& nodes, std::uint64_t n, bool asked, Get get)
     return cell.release();
 }
 
+// One maker per output, in the order of the contract; each builds its array
+// from the whole tree.
+template <class X, class Y, class W>
+struct OutputMakers {
+    using TreeT = Tree<X, Y, W>;
+    using NodeT = typename TreeT::NodeType;
+    using Maker = cxArray* (*)(const TreeT&);
+
+    static std::uint64_t count(const TreeT& t) { return t.nodes.size(); }
+    static bool surrogatesAsked(const TreeT& t) { return t.settings.SurrogateCount != 0; }
+
+    static constexpr std::array<Maker, contract::kOutputCount> table = {
+        // Children: 2 by n, 1-based, 0 for none.
+        [](const TreeT& t) {
+            const std::uint64_t n = count(t);
+            cxArray* a = cxCreateNumericMatrix(2, n, cxDOUBLE_CLASS, cxREAL);
+            double* data = static_cast<double*>(cxGetData(a));
+            for (std::uint64_t i = 0; i < n; ++i) {
+                const NodeT& d = t.nodes[i];
+                data[2 * i] = d.leftChild == 0 ? 0.0 : oneBased(d.leftChild);
+                data[2 * i + 1] = d.rightChild == 0 ? 0.0 : oneBased(d.rightChild);
+            }
+            return a;
+        },
+        // ClassCount.
+        [](const TreeT& t) {
+            return perNodeColumns<Y>(t.nodes, count(t), t.settings.classNumber,
+                                     [](const NodeT& d) -> const auto& { return d.ClassCount; });
+        },
+        // ClassProb.
+        [](const TreeT& t) {
+            return perNodeColumns<W>(t.nodes, count(t), t.settings.classNumber,
+                                     [](const NodeT& d) -> const auto& { return d.ClassProb; });
+        },
+        // CurvatureTests.
+        [](const TreeT& t) {
+            return testCell<W>(
+                t.nodes, count(t), t.settings.CurvatureFlag, 2,
+                [](const NodeT& d) -> const auto& { return d.CurvatureTests; },
+                [](const CurvatureTest<W>& c, W* row, std::uint64_t k) {
+                    row[0] = static_cast<W>(c.predictor + 1);
+                    row[k] = c.pValue;
+                });
+        },
+        // SplitLevels: the levels of a nominal split, an n by 2 cell.
+        [](const TreeT& t) {
+            const std::uint64_t n = count(t);
+            OwnedArray cell(cxCreateCellMatrix(n, 2));
+            for (std::uint64_t i = 0; i < n; ++i) {
+                if (!t.nodes[i].LeftLevels.empty()) {
+                    cxSetCell(cell.get(), i, rowArray<X>(t.nodes[i].LeftLevels));
+                }
+                if (!t.nodes[i].RightLevels.empty()) {
+                    cxSetCell(cell.get(), i + n, rowArray<X>(t.nodes[i].RightLevels));
+                }
+            }
+            return cell.release();
+        },
+        // CutPoint.
+        [](const TreeT& t) {
+            return perNode<X>(t.nodes, count(t), [](const NodeT& d) { return d.CutPoint; });
+        },
+        // CutVar.
+        [](const TreeT& t) {
+            return perNode<double>(t.nodes, count(t), [](const NodeT& d) {
+                return static_cast<double>(static_cast<std::uint64_t>(d.CutVar + 1));
+            });
+        },
+        // HasUnroutedRows.
+        [](const TreeT& t) {
+            return perNodeFlag(t.nodes, count(t), [](const NodeT& d) { return d.HasUnroutedRows; });
+        },
+        // InteractionTests.
+        [](const TreeT& t) {
+            return testCell<W>(
+                t.nodes, count(t), t.settings.InteractionFlag, 3,
+                [](const NodeT& d) -> const auto& { return d.InteractionTests; },
+                [](const InteractionTest<W>& c, W* row, std::uint64_t k) {
+                    row[0] = static_cast<W>(c.first + 1);
+                    row[k] = static_cast<W>(c.second + 1);
+                    row[2 * k] = c.pValue;
+                });
+        },
+        // IsBranch.
+        [](const TreeT& t) {
+            return perNodeFlag(t.nodes, count(t), [](const NodeT& d) { return d.isBranch(); });
+        },
+        // NodeValue.
+        [](const TreeT& t) {
+            return perNode<W>(t.nodes, count(t), [](const NodeT& d) { return d.NodeValue; });
+        },
+        // NodeProb.
+        [](const TreeT& t) {
+            return perNode<W>(t.nodes, count(t), [](const NodeT& d) { return d.NodeProb; });
+        },
+        // NodeSize.
+        [](const TreeT& t) {
+            return perNode<double>(t.nodes, count(t), [](const NodeT& d) {
+                return static_cast<double>(d.NodeSize);
+            });
+        },
+        // Parent.
+        [](const TreeT& t) {
+            return perNode<double>(t.nodes, count(t), [](const NodeT& d) {
+                return static_cast<double>(static_cast<std::uint64_t>(d.parent + 1));
+            });
+        },
+        // NodeRisk.
+        [](const TreeT& t) {
+            return perNode<W>(t.nodes, count(t), [](const NodeT& d) { return d.NodeRisk; });
+        },
+        // Gain.
+        [](const TreeT& t) {
+            return perNode<W>(t.nodes, count(t), [](const NodeT& d) { return d.Gain; });
+        },
+        // SurrogateLevels: per surrogate, a 1 by 2 cell of its level lists,
+        // or an empty text for a surrogate without levels.
+        [](const TreeT& t) {
+            return surrogateCell<X>(t.nodes, count(t), surrogatesAsked(t), [](const NodeT& d) {
+                const auto& s = d.surrogates;
+                const std::uint64_t k = s.size();
+                OwnedArray levels(cxCreateCellMatrix(k == 0 ? 0 : 1, k));
+                for (std::uint64_t j = 0; j < k; ++j) {
+                    const auto& [left, right] = s.levelPairs[j];
+                    if (!left.empty() && !right.empty()) {
+                        OwnedArray pair(cxCreateCellMatrix(1, 2));
+                        cxSetCell(pair.get(), 0, rowArray<X>(left));
+                        cxSetCell(pair.get(), 1, rowArray<X>(right));
+                        cxSetCell(levels.get(), j, pair.release());
+                    } else {
+                        cxSetCell(levels.get(), j, cxCreateCharArray(0, nullptr));
+                    }
+                }
+                return levels.release();
+            });
+        },
+        // SurrogateDirections.
+        [](const TreeT& t) {
+            return surrogateCell<double>(t.nodes, count(t), surrogatesAsked(t), [](const NodeT& d) {
+                return rowArray<double>(d.surrogates.directions);
+            });
+        },
+        // SurrogateCutPoints.
+        [](const TreeT& t) {
+            return surrogateCell<X>(t.nodes, count(t), surrogatesAsked(t), [](const NodeT& d) {
+                return rowArray<X>(d.surrogates.cutPoints);
+            });
+        },
+        // SurrogatePredictors.
+        [](const TreeT& t) {
+            return surrogateCell<double>(t.nodes, count(t), surrogatesAsked(t), [](const NodeT& d) {
+                ScalableVector<double> numbers;
+                for (std::uint64_t p : d.surrogates.predictors) {
+                    numbers.push_back(oneBased(p));
+                }
+                return rowArray<double>(numbers);
+            });
+        },
+        // SurrogateGains.
+        [](const TreeT& t) {
+            return surrogateCell<W>(t.nodes, count(t), surrogatesAsked(t), [](const NodeT& d) {
+                return rowArray<W>(d.surrogates.gains);
+            });
+        },
+        // SurrogateAssociations.
+        [](const TreeT& t) {
+            return surrogateCell<W>(t.nodes, count(t), surrogatesAsked(t), [](const NodeT& d) {
+                return rowArray<W>(d.surrogates.associations);
+            });
+        },
+    };
+};
+
 }  // namespace output_detail
 
 // Creates outputs 1 .. outputCount in order; an output not asked for is
 // never made.
 template <class X, class Y, class W>
 void writeOutputs(const Tree<X, Y, W>& tree, int outputCount, cxArray** outputs) {
-    using namespace output_detail;
-    using NodeT = typename Tree<X, Y, W>::NodeType;
-    const auto& nodes = tree.nodes;
-    const std::uint64_t n = tree.nodes.size();
-    const std::uint64_t K = tree.settings.classNumber;
-    const bool surrogatesAsked = tree.settings.SurrogateCount != 0;
-
-    int position = 0;
-    auto store = [&](cxArray* a) {
-        outputs[position++] = a;
-        return position < outputCount;
-    };
-    if (outputCount < 1) {
-        return;
+    const auto& makers = output_detail::OutputMakers<X, Y, W>::table;
+    const int count = std::min(outputCount, contract::kOutputCount);
+    for (int k = 0; k < count; ++k) {
+        outputs[k] = makers[k](tree);
     }
-
-    // 1: children, 1-based, 0 for none.
-    {
-        cxArray* a = cxCreateNumericMatrix(2, n, cxDOUBLE_CLASS, cxREAL);
-        double* data = static_cast<double*>(cxGetData(a));
-        for (std::uint64_t i = 0; i < n; ++i) {
-            data[2 * i] = nodes[i].leftChild == 0 ? 0.0 : oneBased(nodes[i].leftChild);
-            data[2 * i + 1] = nodes[i].rightChild == 0 ? 0.0 : oneBased(nodes[i].rightChild);
-        }
-        if (!store(a)) return;
-    }
-    if (!store(perNodeColumns<Y>(nodes, n, K, [](const NodeT& d) -> const auto& {
-            return d.ClassCount;
-        })))
-        return;
-    if (!store(perNodeColumns<W>(nodes, n, K, [](const NodeT& d) -> const auto& {
-            return d.ClassProb;
-        })))
-        return;
-    if (!store(testCell<W>(
-            nodes, n, tree.settings.CurvatureFlag, 2,
-            [](const NodeT& d) -> const auto& { return d.CurvatureTests; },
-            [](const CurvatureTest<W>& t, W* row, std::uint64_t k) {
-                row[0] = static_cast<W>(t.predictor + 1);
-                row[k] = t.pValue;
-            })))
-        return;
-    // 5: the levels of a nominal split, an n by 2 cell.
-    {
-        OwnedArray cell(cxCreateCellMatrix(n, 2));
-        for (std::uint64_t i = 0; i < n; ++i) {
-            if (!nodes[i].LeftLevels.empty()) {
-                cxSetCell(cell.get(), i, rowArray<X>(nodes[i].LeftLevels));
-            }
-            if (!nodes[i].RightLevels.empty()) {
-                cxSetCell(cell.get(), i + n, rowArray<X>(nodes[i].RightLevels));
-            }
-        }
-        if (!store(cell.release())) return;
-    }
-    if (!store(perNode<X>(nodes, n, [](const NodeT& d) { return d.CutPoint; }))) return;
-    if (!store(perNode<double>(nodes, n, [](const NodeT& d) {
-            return static_cast<double>(static_cast<std::uint64_t>(d.CutVar + 1));
-        })))
-        return;
-    if (!store(perNodeFlag(nodes, n, [](const NodeT& d) { return d.HasUnroutedRows; }))) return;
-    if (!store(testCell<W>(
-            nodes, n, tree.settings.InteractionFlag, 3,
-            [](const NodeT& d) -> const auto& { return d.InteractionTests; },
-            [](const InteractionTest<W>& t, W* row, std::uint64_t k) {
-                row[0] = static_cast<W>(t.first + 1);
-                row[k] = static_cast<W>(t.second + 1);
-                row[2 * k] = t.pValue;
-            })))
-        return;
-    if (!store(perNodeFlag(nodes, n, [](const NodeT& d) { return d.isBranch(); }))) return;
-    if (!store(perNode<W>(nodes, n, [](const NodeT& d) { return d.NodeValue; }))) return;
-    if (!store(perNode<W>(nodes, n, [](const NodeT& d) { return d.NodeProb; }))) return;
-    if (!store(perNode<double>(nodes, n, [](const NodeT& d) {
-            return static_cast<double>(d.NodeSize);
-        })))
-        return;
-    if (!store(perNode<double>(nodes, n, [](const NodeT& d) {
-            return static_cast<double>(static_cast<std::uint64_t>(d.parent + 1));
-        })))
-        return;
-    if (!store(perNode<W>(nodes, n, [](const NodeT& d) { return d.NodeRisk; }))) return;
-    if (!store(perNode<W>(nodes, n, [](const NodeT& d) { return d.Gain; }))) return;
-    // 17: per surrogate, a 1 by 2 cell of its level lists, or an empty text
-    // for a surrogate without levels.
-    if (!store(surrogateCell<X>(nodes, n, surrogatesAsked, [](const NodeT& d) {
-            const auto& s = d.surrogates;
-            const std::uint64_t count = s.size();
-            OwnedArray levels(cxCreateCellMatrix(count == 0 ? 0 : 1, count));
-            for (std::uint64_t j = 0; j < count; ++j) {
-                const auto& [left, right] = s.levelPairs[j];
-                if (!left.empty() && !right.empty()) {
-                    OwnedArray pair(cxCreateCellMatrix(1, 2));
-                    cxSetCell(pair.get(), 0, rowArray<X>(left));
-                    cxSetCell(pair.get(), 1, rowArray<X>(right));
-                    cxSetCell(levels.get(), j, pair.release());
-                } else {
-                    cxSetCell(levels.get(), j, cxCreateCharArray(0, nullptr));
-                }
-            }
-            return levels.release();
-        })))
-        return;
-    if (!store(surrogateCell<double>(nodes, n, surrogatesAsked, [](const NodeT& d) {
-            return rowArray<double>(d.surrogates.directions);
-        })))
-        return;
-    if (!store(surrogateCell<X>(nodes, n, surrogatesAsked, [](const NodeT& d) {
-            return rowArray<X>(d.surrogates.cutPoints);
-        })))
-        return;
-    if (!store(surrogateCell<double>(nodes, n, surrogatesAsked, [](const NodeT& d) {
-            ScalableVector<double> numbers;
-            for (std::uint64_t p : d.surrogates.predictors) {
-                numbers.push_back(oneBased(p));
-            }
-            return rowArray<double>(numbers);
-        })))
-        return;
-    if (!store(surrogateCell<W>(nodes, n, surrogatesAsked, [](const NodeT& d) {
-            return rowArray<W>(d.surrogates.gains);
-        })))
-        return;
-    store(surrogateCell<W>(nodes, n, surrogatesAsked, [](const NodeT& d) {
-        return rowArray<W>(d.surrogates.associations);
-    }));
 }
 
 }  // namespace arbolin
