@@ -1,11 +1,15 @@
-// Reading arrays, and storing cell elements.
+// Reading arrays and changing what they hold: cell elements, object
+// properties, exception arrays, and deep copies.
 #include <cstdint>
+#include <cstring>
 #include <string>
+#include <utility>
 
-#include "host/array_impl.hpp"
-#include "host/raise.hpp"
+#include "host/internal.hpp"
 
 namespace {
+
+using numora::detail::raise;
 
 template <class T>
 double firstAs(const cxArray* a) {
@@ -89,7 +93,6 @@ cxArray* cxGetCell(const cxArray* cell, std::uint64_t index) {
 }
 
 void cxSetCell(cxArray* cell, std::uint64_t index, cxArray* value) {
-    using numora::detail::raise;
     numora::ArrayPtr owned(value);  // ours from here, also when we refuse it
     if (!cell || cell->classID != cxCELL_CLASS) {
         raise("numora:array", "wrongClass", {std::string("cxSetCell"), std::string("cell")});
@@ -105,3 +108,79 @@ void cxSetCell(cxArray* cell, std::uint64_t index, cxArray* value) {
     }
     cell->cells[index] = std::move(owned);
 }
+
+cxArray* cxGetProperty(const cxArray* a, std::uint64_t index, const char* name) {
+    if (!a || !name || a->classID != cxOBJECT_CLASS || index >= a->count) return nullptr;
+    const auto& props = a->properties[index];
+    auto it = props.find(std::string_view(name));
+    if (it == props.end()) return nullptr;
+    return numora::cxDuplicateArray(it->second.get()).release();
+}
+
+namespace numora {
+
+cxArray* cxCreateObject(const std::string& className, std::uint64_t count) {
+    ArrayPtr a = detail::newArray(cxOBJECT_CLASS, {1, count});
+    a->className = className;
+    return a.release();
+}
+
+std::string cxGetObjectClassName(const cxArray* a) {
+    if (!a || a->classID != cxOBJECT_CLASS) return {};
+    return a->className;
+}
+
+void cxSetProperty(cxArray* a, std::uint64_t index, const std::string& name, cxArray* value) {
+    ArrayPtr owned(value);
+    if (!a || a->classID != cxOBJECT_CLASS) {
+        raise("numora:array", "wrongClass", {std::string("cxSetProperty"), std::string("object")});
+    }
+    if (index >= a->count) {
+        raise("numora:array", "indexOutOfRange",
+              {static_cast<std::int64_t>(index), static_cast<std::int64_t>(a->count)});
+    }
+    auto& props = a->properties[index];
+    if (!owned) {
+        props.erase(name);  // a null value removes the property
+        return;
+    }
+    auto it = props.find(name);
+    if (it != props.end() && it->second.get() == value) {
+        (void)owned.release();
+        return;
+    }
+    props.insert_or_assign(name, std::move(owned));
+}
+
+std::exception_ptr cxGetException(const cxArray* a) {
+    if (!a || a->classID != cxEXCEPTION_CLASS) return nullptr;
+    return a->exception;
+}
+
+ArrayPtr detail::makeExceptionArray(std::exception_ptr error) {
+    ArrayPtr a = newArray(cxEXCEPTION_CLASS, {1, 1});
+    a->exception = std::move(error);
+    return a;
+}
+
+ArrayPtr cxDuplicateArray(const cxArray* a) {
+    if (!a) return nullptr;
+    ArrayPtr copy = detail::newArray(a->classID, a->dims);
+    if (a->data) {
+        const std::uint64_t slots = a->count == 0 ? 1 : a->count;
+        std::memcpy(copy->data.get(), a->data.get(), slots * detail::kElementRoom);
+    }
+    for (std::size_t i = 0; i < a->cells.size(); ++i) {
+        copy->cells[i] = cxDuplicateArray(a->cells[i].get());
+    }
+    copy->className = a->className;
+    for (std::size_t i = 0; i < a->properties.size(); ++i) {
+        for (const auto& [name, value] : a->properties[i]) {
+            copy->properties[i].emplace(name, cxDuplicateArray(value.get()));
+        }
+    }
+    copy->exception = a->exception;  // exceptions are immutable; sharing is a copy
+    return copy;
+}
+
+}  // namespace numora

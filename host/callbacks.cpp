@@ -7,8 +7,7 @@
 #include <unordered_map>
 #include <utility>
 
-#include "host/array_impl.hpp"
-#include "host/raise.hpp"
+#include "host/internal.hpp"
 
 namespace {
 

@@ -1,6 +1,6 @@
-// Regularised incomplete gamma and beta functions. Called from worker
-// threads by the selection tests, so they hold no state and never throw:
-// a bad argument gives NaN.
+// Not-a-number helpers and the regularised incomplete gamma and beta
+// functions. Called from worker threads by the selection tests, so they hold
+// no state and never throw: a bad argument gives NaN.
 #include <cmath>
 #include <limits>
 
@@ -8,6 +8,14 @@
 #include <boost/math/special_functions/gamma.hpp>
 
 #include "gateway/numora.hpp"
+
+double cxGetNaN() {
+    return std::numeric_limits<double>::quiet_NaN();
+}
+
+bool cxIsNaN(double v) {
+    return std::isnan(v);
+}
 
 namespace numfunc {
 

@@ -1,5 +1,6 @@
-// The representation of a host array, shared by the files that create, read
-// and copy arrays. Front ends and the module see cxArray as opaque.
+// What the host's own files share: the record behind the opaque cxArray, and
+// the routes by which the host raises its errors and prints. Front ends and
+// the module see none of it.
 #pragma once
 
 #include <cstdint>
@@ -8,6 +9,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "host/numora_host.hpp"
@@ -39,17 +41,14 @@ inline constexpr std::uint64_t kElementRoom = 8;
 // cells unset, objects without properties. Raises when memory runs out.
 ArrayPtr newArray(cxClassID cls, std::vector<std::uint64_t> dims);
 
-// Counts one host allocation; true when it is the one to fail.
-bool allocationRefused() noexcept;
-// A buffer or array made, or given back.
-void noteAllocated() noexcept;
-void noteReleased() noexcept;
-
-bool holdsData(cxClassID cls) noexcept;
-bool isNumeric(cxClassID cls) noexcept;  // double, single and the integer classes
-std::string classIdName(cxClassID cls);
-
 // An exception array holding `error`.
 ArrayPtr makeExceptionArray(std::exception_ptr error);
+
+// Raises the host's own errors through the same route as the module's.
+[[noreturn]] void raise(std::string component, std::string key,
+                        std::vector<MessageArg> args = {});
+
+// Sends text to the print sink (stdout when none is set).
+void emitText(std::string_view text);
 
 }  // namespace numora::detail

@@ -1,17 +1,74 @@
-// Creating and destroying arrays.
+// Making and giving back host memory: arrays of every class and the module's
+// scratch buffers, each counted, so that tests can make any one of them fail.
 #include <algorithm>
+#include <atomic>
 #include <cstdint>
+#include <cstdlib>
 #include <new>
 #include <stdexcept>
 #include <string_view>
 #include <utility>
 
-#include "host/array_impl.hpp"
-#include "host/raise.hpp"
-
-namespace numora::detail {
+#include "host/internal.hpp"
 
 namespace {
+
+using numora::ArrayPtr;
+using numora::detail::kElementRoom;
+using numora::detail::raise;
+
+std::atomic<bool> failNext{false};
+// Allocations so far, and the number of the one that is to fail (0: none).
+// Each allocation draws its own number, so on any threads exactly one fails.
+std::atomic<std::uint64_t> made{0};
+std::atomic<std::uint64_t> failing{0};
+// Buffers and arrays not yet given back.
+std::atomic<std::uint64_t> live{0};
+
+// Counts one host allocation; true when it is the one to fail.
+bool allocationRefused() noexcept {
+    const std::uint64_t number = made.fetch_add(1, std::memory_order_relaxed) + 1;
+    return number == failing.load(std::memory_order_relaxed);
+}
+
+void noteAllocated() noexcept {
+    live.fetch_add(1, std::memory_order_relaxed);
+}
+
+void noteReleased() noexcept {
+    live.fetch_sub(1, std::memory_order_relaxed);
+}
+
+// Double, single and the integer classes.
+bool isNumeric(cxClassID cls) noexcept {
+    return cls >= cxDOUBLE_CLASS && cls <= cxUINT64_CLASS;
+}
+
+bool holdsData(cxClassID cls) noexcept {
+    return isNumeric(cls) || cls == cxLOGICAL_CLASS || cls == cxCHAR_CLASS;
+}
+
+std::string classIdName(cxClassID cls) {
+    switch (cls) {
+        case cxCELL_CLASS: return "cell";
+        case cxOBJECT_CLASS: return "object";
+        case cxLOGICAL_CLASS: return "logical";
+        case cxCHAR_CLASS: return "char";
+        case cxEXCEPTION_CLASS: return "exception";
+        case cxDOUBLE_CLASS: return "double";
+        case cxSINGLE_CLASS: return "single";
+        case cxINT8_CLASS: return "int8";
+        case cxUINT8_CLASS: return "uint8";
+        case cxINT16_CLASS: return "int16";
+        case cxUINT16_CLASS: return "uint16";
+        case cxINT32_CLASS: return "int32";
+        case cxUINT32_CLASS: return "uint32";
+        case cxINT64_CLASS: return "int64";
+        case cxUINT64_CLASS: return "uint64";
+        case cxUNKNOWN_CLASS: break;
+    }
+    return "unknown";
+}
 
 void normalise(std::vector<std::uint64_t>& dims) {
     while (dims.size() < 2) dims.push_back(1);
@@ -43,6 +100,8 @@ std::uint64_t arrayBytes(cxClassID cls, std::uint64_t count) {
 }
 
 }  // namespace
+
+namespace numora::detail {
 
 ArrayPtr newArray(cxClassID cls, std::vector<std::uint64_t> dims) {
     normalise(dims);
@@ -85,7 +144,7 @@ using numora::detail::newArray;
 
 cxArray* cxCreateNumericMatrix(std::uint64_t m, std::uint64_t n, cxClassID cls,
                                cxComplexity complexity) {
-    if (complexity != cxREAL) numora::detail::raise("numora:array", "complexUnsupported");
+    if (complexity != cxREAL) raise("numora:array", "complexUnsupported");
     const std::uint64_t dims[2] = {m, n};
     return numora::cxCreateNumericArray(2, dims, cls);
 }
@@ -105,16 +164,30 @@ cxArray* cxCreateCharArray(std::uint64_t ndim, const std::uint64_t* dims) {
 }
 
 void cxDestroyArray(cxArray* a) {
-    if (a != nullptr) numora::detail::noteReleased();
+    if (a != nullptr) noteReleased();
     delete a;
+}
+
+void* cxMallocEx(std::size_t bytes) {
+    const bool refused = allocationRefused();
+    // Load first so the common path costs no read-modify-write.
+    if (failNext.load(std::memory_order_relaxed) && failNext.exchange(false)) return nullptr;
+    if (refused) return nullptr;
+    // malloc(0) may give null, which callers would take for exhaustion.
+    void* p = std::malloc(bytes == 0 ? 1 : bytes);
+    if (p != nullptr) noteAllocated();
+    return p;
+}
+
+void cxFreeEx(void* p) {
+    if (p != nullptr) noteReleased();
+    std::free(p);
 }
 
 namespace numora {
 
 cxArray* cxCreateNumericArray(std::uint64_t ndim, const std::uint64_t* dims, cxClassID cls) {
-    if (!detail::isNumeric(cls)) {
-        detail::raise("numora:array", "badNumericClass", {detail::classIdName(cls)});
-    }
+    if (!isNumeric(cls)) raise("numora:array", "badNumericClass", {classIdName(cls)});
     std::vector<std::uint64_t> shape;
     if (dims != nullptr) shape.assign(dims, dims + ndim);
     return newArray(cls, std::move(shape)).release();
@@ -132,10 +205,6 @@ cxArray* cxCreateString(std::string_view text) {
     return a.release();
 }
 
-}  // namespace numora
-
-namespace numora {
-
 cxArray* cxCreateDoubleScalar(double value) {
     cxArray* a = cxCreateNumericMatrix(1, 1, cxDOUBLE_CLASS, cxREAL);
     *static_cast<double*>(cxGetData(a)) = value;
@@ -146,6 +215,18 @@ cxArray* cxCreateLogicalScalar(bool value) {
     cxArray* a = cxCreateLogicalMatrix(1, 1);
     *cxGetLogicals(a) = value;
     return a;
+}
+
+void failNextAllocation() noexcept {
+    failNext.store(true);
+}
+
+void failNthAllocation(std::uint64_t k) noexcept {
+    failing.store(k == 0 ? 0 : made.load() + k);
+}
+
+AllocationCounts allocationCounts() noexcept {
+    return {made.load(), live.load()};
 }
 
 }  // namespace numora

@@ -1,9 +1,11 @@
-#include <algorithm>
+// Random streams and their draws, and the special functions, each against
+// values worked out independently of the host.
 #include <cmath>
 #include <cstdint>
 #include <numeric>
 #include <random>
-#include <set>
+#include <thread>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -11,6 +13,10 @@
 #include "host/numora_host.hpp"
 
 namespace {
+
+using numfunc::betainc;
+using numfunc::gammainc;
+using numfunc::Tail;
 
 // The draw written out independently of the host: a partial Fisher-Yates
 // shuffle of 1..n driven by the top 53 bits of each mt19937_64 output.
@@ -53,29 +59,7 @@ TEST(Randkperm, MatchesIndependentReferenceAcrossCalls) {
     EXPECT_EQ(draw(s, 5, 10), referenceDraw(g, 5, 10));
     EXPECT_EQ(draw(s, 20, 1000), referenceDraw(g, 20, 1000));  // continues the stream
     EXPECT_EQ(draw(s, 1, 1), referenceDraw(g, 1, 1));
-}
-
-TEST(Randkperm, DistinctAndInRange) {
-    const std::uint64_t id = numora::createStream(7);
-    const auto out = draw(streamOf(id), 7, 50);
-    std::set<double> seen(out.begin(), out.end());
-    EXPECT_EQ(seen.size(), 7u);
-    for (double v : out) {
-        EXPECT_GE(v, 1.0);
-        EXPECT_LE(v, 50.0);
-        EXPECT_EQ(v, std::floor(v));
-    }
-    numora::destroyStream(id);
-}
-
-TEST(Randkperm, FullDrawIsAPermutation) {
-    const std::uint64_t id = numora::createStream(11);
-    auto out = draw(streamOf(id), 12, 12);
-    std::sort(out.begin(), out.end());
-    std::vector<double> expected(12);
-    std::iota(expected.begin(), expected.end(), 1.0);
-    EXPECT_EQ(out, expected);
-    numora::destroyStream(id);
+    EXPECT_EQ(draw(s, 12, 12), referenceDraw(g, 12, 12));  // a whole permutation
 }
 
 TEST(Randkperm, SameSeedSameDraws) {
@@ -89,8 +73,8 @@ TEST(Randkperm, SameSeedSameDraws) {
     for (auto id : {a, b, c}) numora::destroyStream(id);
 }
 
-TEST(Randkperm, NullStreamRaisesNullResource) {
-    double out[1];
+TEST(Randkperm, NullStreamAndTooManyDrawsAreErrors) {
+    double out[4];
     try {
         lotstream::randkpermFcn(nullptr, out, 1, 5.0);
         FAIL() << "no exception";
@@ -98,10 +82,6 @@ TEST(Randkperm, NullStreamRaisesNullResource) {
         EXPECT_EQ(e.identifier(), "vellum:contextmgr:null");
         EXPECT_STREQ(e.what(), "Unable to access null resource");
     }
-}
-
-TEST(Randkperm, MoreDrawsThanValuesIsAnError) {
-    double out[4];
     const std::uint64_t id = numora::createStream(1);
     EXPECT_THROW(lotstream::randkpermFcn(streamOf(id), out, 4, 3.0), numora::Exception);
     numora::destroyStream(id);
@@ -137,10 +117,6 @@ TEST(StreamTable, DefaultStreamHandleIsComplete) {
     numora::resetDefaultStream();
 }
 
-TEST(StreamTable, RaiseNullResourceKeepsItsType) {
-    EXPECT_THROW(vellum::contextmgr::raiseNullResource(), vellum::contextmgr::NullResource);
-}
-
 TEST(StreamObject, CarriesItsStreamId) {
     const std::uint64_t id = numora::createStream(5);
     numora::ArrayPtr object(numora::createStreamObject(id));
@@ -156,6 +132,80 @@ TEST(StreamObject, CarriesItsStreamId) {
     std::mt19937_64 g(5);
     EXPECT_EQ(draw(streamOf(id), 4, 9), referenceDraw(g, 4, 9));
     numora::destroyStream(id);
+}
+
+// ---------------------------------------------------------- special functions
+
+TEST(SpecialFunctions, GammaincMeetsClosedForms) {
+    for (double x : {0.0, 0.1, 1.0, 5.0}) {  // shape 1: the exponential
+        EXPECT_NEAR(gammainc(x, 1.0, Tail::Lower), -std::expm1(-x), 1e-15) << x;
+    }
+    // The upper tail keeps its relative accuracy far out.
+    EXPECT_NEAR(gammainc(30.0, 1.0, Tail::Upper) / std::exp(-30.0), 1.0, 1e-13);
+    for (double x : {0.01, 0.5, 2.0, 8.0}) {  // shape 1/2: the error function
+        EXPECT_NEAR(gammainc(x, 0.5, Tail::Lower), std::erf(std::sqrt(x)), 1e-15) << x;
+        EXPECT_NEAR(gammainc(x, 0.5, Tail::Upper) / std::erfc(std::sqrt(x)), 1.0, 1e-13) << x;
+    }
+    for (double a : {0.3, 1.5, 4.0, 50.0}) {
+        for (double x : {0.2, 1.0, 3.7, 60.0}) {
+            EXPECT_NEAR(gammainc(x, a, Tail::Lower) + gammainc(x, a, Tail::Upper), 1.0, 1e-14);
+        }
+    }
+    // P(chi2 with 1 degree of freedom > 3.841458820694124) = 0.05, as the
+    // curvature test asks for it: gammainc(x / 2, dof / 2, upper). With 2
+    // degrees of freedom the tail is exp(-x / 2).
+    EXPECT_NEAR(gammainc(3.841458820694124 / 2, 0.5, Tail::Upper), 0.05, 1e-13);
+    EXPECT_NEAR(gammainc(9.0 / 2, 1.0, Tail::Upper), std::exp(-4.5), 1e-15);
+}
+
+TEST(SpecialFunctions, BetaincMeetsClosedForms) {
+    for (double x : {0.0, 0.25, 0.5, 0.9, 1.0}) {
+        EXPECT_NEAR(betainc(x, 1.0, 1.0, Tail::Lower), x, 1e-15) << x;
+        EXPECT_NEAR(betainc(x, 3.0, 1.0, Tail::Lower), x * x * x, 1e-15) << x;
+        EXPECT_NEAR(betainc(x, 1.0, 2.0, Tail::Lower), 1.0 - (1.0 - x) * (1.0 - x), 1e-15) << x;
+        EXPECT_NEAR(betainc(x, 1.0, 2.0, Tail::Upper), (1.0 - x) * (1.0 - x), 1e-15) << x;
+    }
+    EXPECT_NEAR(betainc(0.5, 7.5, 7.5, Tail::Lower), 0.5, 1e-15);
+    for (double x : {0.1, 0.4, 0.8}) {  // complement and symmetry
+        const double lower = betainc(x, 2.5, 4.0, Tail::Lower);
+        EXPECT_NEAR(lower + betainc(x, 2.5, 4.0, Tail::Upper), 1.0, 1e-15);
+        EXPECT_NEAR(lower, betainc(1.0 - x, 4.0, 2.5, Tail::Upper), 1e-15);
+    }
+    // F(2, 2) has P(F > f) = 1 / (1 + f); with x = d1 / (d1 + d2 / f) that is
+    // betainc(x, 1, 1, upper) = 1 - x. For f = 3: 0.25.
+    EXPECT_NEAR(betainc(2.0 / (2.0 + 2.0 / 3.0), 1.0, 1.0, Tail::Upper), 0.25, 1e-15);
+}
+
+TEST(SpecialFunctions, BadArgumentsGiveNaNWithoutThrowing) {
+    const double nan = std::nan("");
+    const double bad[] = {
+        gammainc(nan, 1.0, Tail::Lower),       gammainc(1.0, nan, Tail::Upper),
+        gammainc(1.0, -2.0, Tail::Lower),      gammainc(-1.0, 2.0, Tail::Upper),
+        betainc(nan, 1.0, 1.0, Tail::Lower),   betainc(0.5, nan, 1.0, Tail::Lower),
+        betainc(0.5, 1.0, nan, Tail::Upper),   betainc(1.5, 1.0, 1.0, Tail::Lower),
+        betainc(-0.1, 1.0, 1.0, Tail::Upper),  betainc(0.5, -1.0, 1.0, Tail::Lower),
+        betainc(0.5, 0.0, 0.0, Tail::Lower),
+    };
+    for (std::size_t i = 0; i < std::size(bad); ++i) EXPECT_TRUE(std::isnan(bad[i])) << i;
+    EXPECT_EQ(gammainc(INFINITY, 3.0, Tail::Upper), 0.0);
+    EXPECT_EQ(gammainc(INFINITY, 3.0, Tail::Lower), 1.0);
+}
+
+TEST(SpecialFunctions, SameResultsOnWorkerThreads) {
+    auto sweep = [] {
+        std::vector<double> r;
+        for (int i = 1; i <= 200; ++i) {
+            r.push_back(gammainc(i * 0.1, i * 0.05, Tail::Upper) +
+                        betainc(i / 201.0, i * 0.1, 3.0, Tail::Lower));
+        }
+        return r;
+    };
+    const std::vector<double> serial = sweep();
+    std::vector<std::vector<double>> results(4);
+    std::vector<std::thread> workers;
+    for (auto& r : results) workers.emplace_back([&r, &sweep] { r = sweep(); });
+    for (auto& w : workers) w.join();
+    for (const auto& r : results) EXPECT_EQ(r, serial);
 }
 
 }  // namespace

@@ -1,6 +1,13 @@
+// Host arrays and host messages. The binding tests send every array class
+// both ways through the host (python/tests/test_binding.py), so these keep
+// to what that trip does not see: padding of dims, scalars read as double,
+// ownership of cell elements and properties, deep copies, failing
+// allocations, and the texts of errors and warnings.
 #include <cstdint>
 #include <cstring>
 #include <string>
+#include <typeinfo>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -9,45 +16,46 @@
 namespace {
 
 using numora::ArrayPtr;
+using numora::Message;
+using numora::MessageArg;
 
 template <class T>
 T* dataOf(const ArrayPtr& a) {
     return static_cast<T*>(cxGetData(a.get()));
 }
 
-TEST(NumericArrays, SinglesHaveZeroedRoomForDoubles) {
-    // The module may read a single array as doubles (8 bytes per element).
+TEST(NumericArrays, EveryClassHasZeroedRoomForDoubles) {
+    // The module may read a single or integer array as doubles (8 bytes each).
     ArrayPtr a(cxCreateNumericMatrix(3, 2, cxSINGLE_CLASS, cxREAL));
-    EXPECT_EQ(cxGetClassID(a.get()), cxSINGLE_CLASS);
-    const double* asDouble = dataOf<double>(a);
-    for (int i = 0; i < 6; ++i) EXPECT_EQ(asDouble[i], 0.0) << i;
+    for (int i = 0; i < 6; ++i) EXPECT_EQ(dataOf<double>(a)[i], 0.0) << i;
     ArrayPtr b(cxCreateNumericMatrix(5, 1, cxINT8_CLASS, cxREAL));
     for (int i = 0; i < 5; ++i) EXPECT_EQ(dataOf<double>(b)[i], 0.0) << i;
     ArrayPtr empty(cxCreateNumericMatrix(0, 0, cxDOUBLE_CLASS, cxREAL));
     EXPECT_TRUE(cxIsEmpty(empty.get()));
     EXPECT_NE(cxGetData(empty.get()), nullptr);
+    EXPECT_THROW((void)ArrayPtr(cxCreateNumericMatrix(1, 1, cxCELL_CLASS, cxREAL)),
+                 numora::Exception);
 }
 
-TEST(NumericArrays, DimensionsAndColumnCount) {
+TEST(NumericArrays, DimsArePaddedToTwoAndTrailingOnesDropped) {
     const std::uint64_t dims[3] = {2, 3, 4};
     ArrayPtr a(numora::cxCreateNumericArray(3, dims, cxDOUBLE_CLASS));
-    EXPECT_EQ(cxGetNumberOfDimensions(a.get()), 3u);
     EXPECT_EQ(cxGetM(a.get()), 2u);
-    EXPECT_EQ(cxGetN(a.get()), 12u);
-    EXPECT_EQ(cxGetNumberOfElements(a.get()), 24u);
-    EXPECT_EQ(cxGetDimensions(a.get())[2], 4u);
-
+    EXPECT_EQ(cxGetN(a.get()), 12u);  // all dims but the first
     const std::uint64_t trailing[3] = {2, 3, 1};
     ArrayPtr b(numora::cxCreateNumericArray(3, trailing, cxDOUBLE_CLASS));
     EXPECT_EQ(cxGetNumberOfDimensions(b.get()), 2u);
-
     const std::uint64_t one[1] = {5};
     ArrayPtr c(numora::cxCreateNumericArray(1, one, cxUINT16_CLASS));
-    EXPECT_EQ(cxGetM(c.get()), 5u);
+    EXPECT_EQ(cxGetNumberOfDimensions(c.get()), 2u);
     EXPECT_EQ(cxGetN(c.get()), 1u);
+    ArrayPtr text(cxCreateCharArray(0, nullptr));  // no dims: the empty text, 0 by 0
+    EXPECT_EQ(cxGetClassID(text.get()), cxCHAR_CLASS);
+    EXPECT_EQ(cxGetM(text.get()) + cxGetN(text.get()), 0u);
+    EXPECT_EQ(cxGetString(text.get()), "");
 }
 
-TEST(NumericArrays, ScalarOfEveryClass) {
+TEST(NumericArrays, ScalarReadsTheFirstElementOfAnyClass) {
     ArrayPtr i64(cxCreateNumericMatrix(1, 1, cxINT64_CLASS, cxREAL));
     *dataOf<std::int64_t>(i64) = -5;
     EXPECT_EQ(cxGetScalar(i64.get()), -5.0);
@@ -58,16 +66,10 @@ TEST(NumericArrays, ScalarOfEveryClass) {
     dataOf<float>(s)[0] = 1.5f;
     dataOf<float>(s)[1] = 9.0f;
     EXPECT_EQ(cxGetScalar(s.get()), 1.5);
-    ArrayPtr l(cxCreateLogicalMatrix(1, 1));
-    cxGetLogicals(l.get())[0] = true;
+    ArrayPtr l(numora::cxCreateLogicalScalar(true));
     EXPECT_EQ(cxGetScalar(l.get()), 1.0);
     ArrayPtr empty(cxCreateNumericMatrix(0, 3, cxDOUBLE_CLASS, cxREAL));
     EXPECT_EQ(cxGetScalar(empty.get()), 0.0);
-}
-
-TEST(NumericArrays, NonNumericClassIsRefused) {
-    EXPECT_THROW((void)ArrayPtr(cxCreateNumericMatrix(1, 1, cxCELL_CLASS, cxREAL)),
-                 numora::Exception);
 }
 
 TEST(LogicalArrays, OnlyATrueLogicalScalarIsTrue) {
@@ -75,50 +77,21 @@ TEST(LogicalArrays, OnlyATrueLogicalScalarIsTrue) {
     EXPECT_FALSE(cxIsLogicalScalarTrue(t.get()));  // created false
     cxGetLogicals(t.get())[0] = true;
     EXPECT_TRUE(cxIsLogicalScalarTrue(t.get()));
-
     ArrayPtr two(cxCreateLogicalMatrix(1, 2));
     cxGetLogicals(two.get())[0] = cxGetLogicals(two.get())[1] = true;
     EXPECT_FALSE(cxIsLogicalScalarTrue(two.get()));
-
-    ArrayPtr d(cxCreateNumericMatrix(1, 1, cxDOUBLE_CLASS, cxREAL));
-    *dataOf<double>(d) = 1.0;
+    ArrayPtr d(numora::cxCreateDoubleScalar(1.0));
     EXPECT_FALSE(cxIsLogicalScalarTrue(d.get()));
     EXPECT_EQ(cxGetLogicals(d.get()), nullptr);
 }
 
-TEST(CharArrays, TextRoundTripsAsUtf8Bytes) {
-    ArrayPtr s(numora::cxCreateString("gini \xc3\xa9"));
-    EXPECT_EQ(cxGetClassID(s.get()), cxCHAR_CLASS);
-    EXPECT_EQ(cxGetM(s.get()), 1u);
-    EXPECT_EQ(cxGetN(s.get()), 7u);
-    EXPECT_EQ(cxGetString(s.get()), "gini \xc3\xa9");
-}
-
-TEST(CharArrays, NoDimensionsMakesEmptyText) {
-    ArrayPtr e(cxCreateCharArray(0, nullptr));
-    EXPECT_EQ(cxGetClassID(e.get()), cxCHAR_CLASS);
-    EXPECT_EQ(cxGetM(e.get()), 0u);
-    EXPECT_EQ(cxGetN(e.get()), 0u);
-    EXPECT_TRUE(cxIsEmpty(e.get()));
-    EXPECT_EQ(cxGetString(e.get()), "");
-
-    const std::uint64_t dims[1] = {3};
-    ArrayPtr column(cxCreateCharArray(1, dims));
-    EXPECT_EQ(cxGetM(column.get()), 3u);
-    EXPECT_EQ(cxGetN(column.get()), 1u);
-}
-
-TEST(CellArrays, StartUnsetAndOwnTheirElements) {
+TEST(CellArrays, OwnTheirElements) {
     ArrayPtr cell(cxCreateCellMatrix(2, 2));
-    for (std::uint64_t i = 0; i < 4; ++i) EXPECT_EQ(cxGetCell(cell.get(), i), nullptr);
-
-    cxArray* first = cxCreateNumericMatrix(1, 1, cxDOUBLE_CLASS, cxREAL);
-    *static_cast<double*>(cxGetData(first)) = 4.0;
+    cxArray* first = numora::cxCreateDoubleScalar(4.0);
     cxSetCell(cell.get(), 3, first);
     EXPECT_EQ(cxGetCell(cell.get(), 3), first);  // by pointer, not a copy
     cxSetCell(cell.get(), 3, first);              // storing it again keeps it alive
     EXPECT_EQ(cxGetScalar(cxGetCell(cell.get(), 3)), 4.0);
-
     cxSetCell(cell.get(), 3, numora::cxCreateString("x"));  // replaces (and frees) the old
     EXPECT_EQ(cxGetString(cxGetCell(cell.get(), 3)), "x");
     EXPECT_EQ(cxGetCell(cell.get(), 4), nullptr);
@@ -133,10 +106,8 @@ TEST(CellArrays, StartUnsetAndOwnTheirElements) {
 TEST(ObjectArrays, PropertiesAreHandedOutAsCopies) {
     ArrayPtr object(numora::cxCreateObject("Thing", 2));
     EXPECT_EQ(cxGetNumberOfElements(object.get()), 2u);
-    cxArray* value = cxCreateNumericMatrix(1, 1, cxDOUBLE_CLASS, cxREAL);
-    *static_cast<double*>(cxGetData(value)) = 7.0;
+    cxArray* value = numora::cxCreateDoubleScalar(7.0);
     numora::cxSetProperty(object.get(), 1, "Size", value);
-
     ArrayPtr copy(cxGetProperty(object.get(), 1, "Size"));
     ASSERT_NE(copy, nullptr);
     EXPECT_NE(copy.get(), value);
@@ -176,6 +147,8 @@ TEST(Memory, FailNextAllocationIsOneShot) {
     cxFreeEx(p);
     cxFreeEx(nullptr);
     cxDestroyArray(nullptr);
+    EXPECT_TRUE(cxIsNaN(cxGetNaN()));
+    EXPECT_FALSE(cxIsNaN(1.0));
 }
 
 TEST(Memory, NthAllocationFailsOnceWhateverAllocates) {
@@ -225,17 +198,112 @@ TEST(Memory, NthAllocationFailsOnceWhateverAllocates) {
 
     cxFreeEx(buffer);
     cxFreeEx(second);
-    cell.reset();
-    copy.reset();
-    spared.reset();
-    a.reset();
-    b.reset();
+    for (ArrayPtr* p : {&cell, &copy, &spared, &a, &b}) p->reset();
     EXPECT_EQ(live(), 0u);
 }
 
-TEST(Numbers, NaN) {
-    EXPECT_TRUE(cxIsNaN(cxGetNaN()));
-    EXPECT_FALSE(cxIsNaN(1.0));
+// ------------------------------------------------------------------ messages
+
+const std::string kTree = "tallix:silvan:learning:treeutils:";
+
+// Message exceptions as the module declares them: one type per message.
+struct TooManyLevels : numora::MessageException<TooManyLevels> {
+    explicit TooManyLevels(std::int64_t limit)
+        : MessageException(Message{kTree + "ClassificationNominalSplitFinder:exact",
+                                   "TooManyLevels", {limit}}) {}
+};
+
+struct TypeMismatch : numora::MessageException<TypeMismatch> {
+    TypeMismatch(std::wstring name, std::string type)
+        : MessageException(Message{kTree + "CustomClassificationSplitCriterion:kids",
+                                   "TypeMismatch", {std::move(name), std::move(type)}}) {}
+};
+
+TEST(Errors, RaiserThrowsTheDynamicTypeWithFormattedText) {
+    TooManyLevels error(64);
+    try {
+        cxErrorMsgId(error);
+        FAIL() << "the raiser returned";
+    } catch (const TooManyLevels& e) {
+        EXPECT_EQ(e.identifier(), kTree + "ClassificationNominalSplitFinder:exact:TooManyLevels");
+        EXPECT_NE(e.text().find("64"), std::string::npos) << e.text();
+        EXPECT_STREQ(e.what(), e.text().c_str());
+    }
+}
+
+TEST(Errors, CaughtAsTheBaseTheTypeIsStillTheMessages) {
+    TypeMismatch error(L"critf\u00e9", "single");
+    try {
+        cxErrorMsgId(error);
+        FAIL() << "the raiser returned";
+    } catch (const numora::Exception& e) {
+        EXPECT_EQ(typeid(e), typeid(TypeMismatch));
+        EXPECT_NE(e.text().find("critf\xc3\xa9"), std::string::npos) << e.text();  // UTF-8
+        EXPECT_NE(e.text().find("single"), std::string::npos) << e.text();
+    }
+    vellum::contextmgr::NullResource null;
+    EXPECT_EQ(null.identifier(), "vellum:contextmgr:null");
+    EXPECT_EQ(cxMessageText(null.message()), "Unable to access null resource");
+}
+
+TEST(Catalog, KnowsEveryMessageOfTheModule) {
+    const struct {
+        std::string id;
+        std::vector<MessageArg> args;
+        std::string mustContain;
+    } cases[] = {
+        {"weaveCanopy:BadNumberOfInputArgs", {std::int64_t{20}}, "20"},
+        {"weaveCanopy:BadNumberOfOutputArgs", {std::int64_t{22}}, "22"},
+        {"Tree:init:BadCrit", {}, ""},
+        {"SplitCriteriaFactory:make:BadCriterion", {}, ""},
+        {"IndexedColumn:findNominalSplitWithBestGain:BadAlgCat", {}, ""},
+        {"ClassificationNominalSplitFinder:exact:TooManyLevels", {std::int64_t{64}}, "64"},
+        {"ClassificationNominalSplitFinder:pca:MemoryLessThanXBytes", {std::int64_t{8192}},
+         "8192"},
+        {"ClassificationNominalSplitFinder:pca:BadDSYEVXInput", {}, ""},
+        {"ClassificationNominalSplitFinder:pca:BadDSYEVXOutput", {}, ""},
+        {"CustomClassificationSplitCriterion:parent:BadUserFunctionCall", {std::string("pf")},
+         "'pf'"},
+        {"CustomClassificationSplitCriterion:parent:TypeMismatch",
+         {std::string("pf"), std::string("double")}, "double"},
+        {"CustomClassificationSplitCriterion:kids:BadUserFunctionCall", {std::string("kf")},
+         "'kf'"},
+        {"CustomClassificationSplitCriterion:kids:TypeMismatch",
+         {std::string("kf"), std::string("single")}, "single"},
+    };
+    for (const auto& c : cases) {
+        const std::string full = kTree + c.id;
+        const auto colon = full.rfind(':');
+        const std::string text =
+            cxMessageText(Message{full.substr(0, colon), full.substr(colon + 1), c.args});
+        EXPECT_EQ(text.find("no text"), std::string::npos) << full;
+        EXPECT_EQ(text.find('{'), std::string::npos) << full << ": " << text;
+        EXPECT_NE(text.find(c.mustContain), std::string::npos) << full << ": " << text;
+    }
+    // An identifier the catalog lacks is named in the text, with its arguments.
+    const std::string text = cxMessageText(Message{"made:up", "Thing", {std::int64_t{5}}});
+    EXPECT_NE(text.find("made:up:Thing"), std::string::npos) << text;
+    EXPECT_NE(text.find('5'), std::string::npos) << text;
+}
+
+TEST(Warnings, ReachTheSinkWithTheirIdentifierOrElseArePrinted) {
+    std::vector<std::pair<std::string, std::string>> seen;
+    auto previous = numora::setWarningSink([&](const Message& m, const std::string& text) {
+        seen.emplace_back(m.identifier(), text);
+    });
+    const Message warning{kTree + "ClassificationNominalSplitFinder:pca", "BadDSYEVXOutput", {}};
+    cxWarningMsgId(warning);
+    numora::setWarningSink(nullptr);
+    std::string printed;
+    auto previousPrint = numora::setPrintSink([&](std::string_view s) { printed += s; });
+    cxWarningMsgId(Message{"vellum:contextmgr", "null", {}});
+    numora::setPrintSink(previousPrint);
+    numora::setWarningSink(previous);
+
+    ASSERT_EQ(seen.size(), 1u);
+    EXPECT_EQ(seen[0].first, kTree + "ClassificationNominalSplitFinder:pca:BadDSYEVXOutput");
+    EXPECT_EQ(seen[0].second, cxMessageText(warning));
+    EXPECT_EQ(printed, "Warning: Unable to access null resource\n");
 }
 
 }  // namespace
