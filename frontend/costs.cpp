@@ -1,12 +1,9 @@
-#include "cli/cost_file.hpp"
+#include "frontend/data.hpp"
 
 #include <algorithm>
 #include <charconv>
 
-#include "cli/errors.hpp"
-#include "cli/values.hpp"
-
-namespace arbolin::cli {
+namespace arbolin::frontend {
 
 namespace {
 
@@ -29,10 +26,12 @@ bool meantAsNumber(std::string_view field) {
 
 // The first row names the classes when every field of it is a class, or
 // when none of them could be a number.
-bool firstRowIsHeader(const CsvTable& table, const Levels& classes) {
+bool firstRowIsHeader(const DataTable& table, const Levels& classes) {
+    if (table.rowCount() == 0) return false;
     bool allClasses = true;
     bool anyNumber = false;
-    for (std::uint64_t c = 0; c < table.columnCount(); ++c) {
+    for (std::uint64_t c = 0; c < table.header().size(); ++c) {
+        if (table.type(c) == DataTable::ColumnType::Numbers) return false;
         const std::string_view field = table.field(0, c);
         allClasses = allClasses && classes.find(field).has_value() && !classes.numbers();
         anyNumber = anyNumber || meantAsNumber(field);
@@ -42,26 +41,19 @@ bool firstRowIsHeader(const CsvTable& table, const Levels& classes) {
 
 }  // namespace
 
-std::vector<double> readCostMatrix(const std::string& path, const Levels& classes,
-                                   const CsvFormat& format, bool single, Notices& notices) {
-    return parseCostMatrix(readFileBytes(path), path, classes, format, single, notices);
-}
-
-std::vector<double> parseCostMatrix(std::string_view bytes, const std::string& name,
-                                    const Levels& classes, const CsvFormat& format, bool single,
-                                    Notices& notices) {
-    const CsvTable table = CsvTable::parse(bytes, name, format, CsvTable::Header::None);
-    notices.append(table.notices());
+std::vector<double> readCostMatrix(const DataTable& table, const Levels& classes, bool single,
+                                   Notices& notices) {
+    const std::string& name = table.name();
     const std::uint64_t K = classes.size();
+    const std::uint64_t columns = table.header().size();
     const bool header = firstRowIsHeader(table, classes);
     const std::uint64_t first = header ? 1 : 0;  // the first row of costs
     const std::uint64_t rows = table.rowCount() - first;
-    if (table.columnCount() != K || rows != K) {
+    if (columns != K || rows != K) {
         throw UserError(name + ": the cost matrix is " + std::to_string(rows) + " by " +
-                        std::to_string(table.columnCount()) +
-                        (header ? " (below a header row)" : "") + ", but should be " +
-                        std::to_string(K) + " by " + std::to_string(K) + " for the classes " +
-                        classList(classes));
+                        std::to_string(columns) + (header ? " (below a header row)" : "") +
+                        ", but should be " + std::to_string(K) + " by " + std::to_string(K) +
+                        " for the classes " + classList(classes));
     }
     // order[c] is the class code of row and column c.
     std::vector<std::uint64_t> order(K);
@@ -75,9 +67,9 @@ std::vector<double> parseCostMatrix(std::string_view bytes, const std::string& n
         const std::string_view label = table.field(0, c);
         const auto code = classes.find(label);
         if (!code || seen[*code]) {
-            failAt(Place{name, table.line(0), c + 1, {}},
-                   "\"" + std::string(label) +
-                       "\" is not a class, or named twice; the classes are " + classList(classes));
+            table.failAt(0, c, "\"" + std::string(label) +
+                                   "\" is not a class, or named twice; the classes are " +
+                                   classList(classes));
         }
         seen[*code] = true;
         order[c] = *code;
@@ -87,21 +79,23 @@ std::vector<double> parseCostMatrix(std::string_view bytes, const std::string& n
     bool allZero = true;
     for (std::uint64_t r = 0; r < K; ++r) {
         for (std::uint64_t c = 0; c < K; ++c) {
-            const Place place{name, table.line(first + r), c + 1, labels[c]};
-            const std::string field(table.field(first + r, c));
+            // The header's label names the column.
+            const auto fail = [&](const std::string& problem) {
+                throw UserError(table.place(first + r, c) +
+                                (labels[c].empty() ? "" : " (" + labels[c] + ")") + ": " + problem);
+            };
+            const std::string field = table.shown(first + r, c);
             double v = 0;
-            if (field.empty()) failAt(place, "the cost is blank");
+            if (field.empty()) fail("the cost is blank");
             if (readNumber(field, v) != Reading::Number) {
-                failAt(place, "\"" + field + "\" is not a finite number");
+                fail("\"" + field + "\" is not a finite number");
             }
-            if (v < 0) failAt(place, "a cost cannot be negative (" + field + ")");
+            if (v < 0) fail("a cost cannot be negative (" + field + ")");
             if (order[r] == order[c] && v != 0) {
-                failAt(place, "a right prediction costs nothing: the diagonal must be 0, not " +
-                                  field);
+                fail("a right prediction costs nothing: the diagonal must be 0, not " + field);
             }
             if (single && !fitsSingle(v)) {
-                failAt(place, field + " is beyond the range of single precision, which --single "
-                                      "needs");
+                fail(field + " is beyond the range of single precision, which --single needs");
             }
             allZero = allZero && v == 0;
             cost[order[r] + order[c] * K] = v;
@@ -114,4 +108,4 @@ std::vector<double> parseCostMatrix(std::string_view bytes, const std::string& n
     return cost;
 }
 
-}  // namespace arbolin::cli
+}  // namespace arbolin::frontend

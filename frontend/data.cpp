@@ -1,13 +1,40 @@
-#include "cli/training_data.hpp"
+#include "frontend/data.hpp"
 
 #include <algorithm>
 #include <cmath>
 #include <unordered_map>
+#include <limits>
 #include <unordered_set>
 
-#include "cli/values.hpp"
+namespace arbolin::frontend {
 
-namespace arbolin::cli {
+// ------------------------------------------------------------ the table
+
+std::optional<std::uint64_t> DataTable::find(std::string_view name) const {
+    const std::vector<std::string>& names = header();
+    const auto it = std::find(names.begin(), names.end(), name);
+    if (it == names.end()) return std::nullopt;
+    return static_cast<std::uint64_t>(it - names.begin());
+}
+
+std::uint64_t DataTable::require(std::string_view name, std::string_view option) const {
+    if (auto column = find(name)) return *column;
+    std::string known;
+    for (const std::string& h : header()) known += (known.empty() ? "" : ", ") + h;
+    const std::string problem = "no column \"" + std::string(name) + "\" in " + this->name() +
+                                " (its columns: " + known + ")";
+    if (option.empty()) throw UserError(problem);
+    failOption(option, problem);
+}
+
+std::string DataTable::shown(std::uint64_t row, std::uint64_t column) const {
+    if (type(column) == ColumnType::Numbers) return formatNumber(number(row, column));
+    return std::string(field(row, column));
+}
+
+void DataTable::failAt(std::uint64_t row, std::uint64_t column, const std::string& problem) const {
+    throw UserError(place(row, column) + ": " + problem);
+}
 
 namespace {
 
@@ -32,7 +59,7 @@ struct Columns {
     std::vector<std::uint64_t> ignored;
 };
 
-Columns findColumns(const CsvTable& table, const RawOptions& options) {
+Columns findColumns(const DataTable& table, const RawOptions& options) {
     Columns c;
     const auto response = options.value("response");
     c.response = response ? table.require(*response, "response") : table.header().size() - 1;
@@ -73,6 +100,7 @@ Columns findColumns(const CsvTable& table, const RawOptions& options) {
 
 // What the values of a column read as: how many are numbers (infinities
 // included), how many are not, and those others in order of appearance.
+// A Numbers column has no others.
 struct Census {
     struct Token {
         std::string_view text;
@@ -88,18 +116,39 @@ struct Census {
     }
 };
 
-Census takeCensus(const CsvTable& table, std::uint64_t column, const MissingValues& missing) {
+// How one value reads: the number it is, or why not.
+enum class Cell { Missing, Number, Infinite, Text };
+
+Cell readCell(const DataTable& table, std::uint64_t row, std::uint64_t column,
+              const MissingValues& missing, double& value) {
+    if (table.type(column) == DataTable::ColumnType::Numbers) {
+        value = table.number(row, column);
+        if (std::isnan(value)) return Cell::Missing;
+        return std::isinf(value) ? Cell::Infinite : Cell::Number;
+    }
+    const std::string_view field = table.field(row, column);
+    if (missing(field)) return Cell::Missing;
+    switch (readNumber(field, value)) {
+        case Reading::Number: return Cell::Number;
+        case Reading::Infinite: return Cell::Infinite;
+        case Reading::Text: break;
+    }
+    return Cell::Text;
+}
+
+Census takeCensus(const DataTable& table, std::uint64_t column, const MissingValues& missing) {
     Census census;
     std::unordered_map<std::string_view, std::size_t> index;
     for (std::uint64_t r = 0; r < table.rowCount(); ++r) {
-        const std::string_view field = table.field(r, column);
         double v = 0;
-        if (missing(field)) continue;
-        if (readNumber(field, v) != Reading::Text) {
+        const Cell cell = readCell(table, r, column, missing, v);
+        if (cell == Cell::Missing) continue;
+        if (cell != Cell::Text) {
             ++census.numbers;
             continue;
         }
         ++census.texts;
+        const std::string_view field = table.field(r, column);
         const auto [it, added] = index.emplace(field, census.tokens.size());
         if (added) census.tokens.push_back({field, 0, r});
         ++census.tokens[it->second].count;
@@ -120,7 +169,7 @@ bool decimalComma(std::string_view token) {
 
 // `what` is what the other values do ("the column nominal"), `strict` the
 // option that would refuse them instead.
-std::string mostlyNumbersWarning(const CsvTable& table, std::uint64_t column, const Census& census,
+std::string mostlyNumbersWarning(const DataTable& table, std::uint64_t column, const Census& census,
                                  const std::string& what, const std::string& strict) {
     std::string shown;
     std::string suggested;  // for --missing, which cannot take a comma
@@ -128,11 +177,11 @@ std::string mostlyNumbersWarning(const CsvTable& table, std::uint64_t column, co
     const std::size_t count = std::min(census.tokens.size(), kTokensShown);
     for (std::size_t k = 0; k < count; ++k) {
         const Census::Token& t = census.tokens[k];
-        const std::string line = std::to_string(table.line(t.firstRow));
+        const std::string row = table.rowName(t.firstRow);
         shown += k == 0 ? "" : k + 1 == count && count == census.tokens.size() ? " and " : ", ";
         shown += "\"" + std::string(t.text) + "\" (" +
-                 (t.count == 1 ? "once, on line " + line
-                               : std::to_string(t.count) + " times, first on line " + line) +
+                 (t.count == 1 ? "once, on " + row
+                               : std::to_string(t.count) + " times, first on " + row) +
                  ")";
         if (t.text.find(',') == std::string_view::npos) {
             suggested += (suggested.empty() ? "" : ",") + std::string(t.text);
@@ -142,9 +191,7 @@ std::string mostlyNumbersWarning(const CsvTable& table, std::uint64_t column, co
     if (census.tokens.size() > count) {
         shown += ", and " + std::to_string(census.tokens.size() - count) + " other values";
     }
-    Place place = table.place(0, column);
-    place.line = 0;
-    return describe(place) + ": " + std::to_string(census.numbers) + " of " +
+    return table.place(std::nullopt, column) + ": " + std::to_string(census.numbers) + " of " +
            std::to_string(census.numbers + census.texts) + " values are numbers, but " + shown +
            " make " + what +
            (commas ? " (a decimal comma is not read as a decimal point)" : "") + "; " +
@@ -152,7 +199,9 @@ std::string mostlyNumbersWarning(const CsvTable& table, std::uint64_t column, co
            strict + " makes them errors";
 }
 
-bool decideClassification(const CsvTable& table, std::uint64_t column, const RawOptions& options,
+// Labels make the response classes unless a regression is asked for; text
+// does too, anything else is an error.
+bool decideClassification(const DataTable& table, std::uint64_t column, const RawOptions& options,
                           const MissingValues& missing, Notices& notices) {
     const bool classification = options.flag("classification");
     const bool regression = options.flag("regression");
@@ -160,17 +209,16 @@ bool decideClassification(const CsvTable& table, std::uint64_t column, const Raw
         failOption("regression", "cannot be used together with --classification");
     }
     if (classification) return true;
+    if (table.type(column) == DataTable::ColumnType::Labels && !regression) return true;
     // Any text makes the response nominal, unless a regression was asked for.
     std::optional<std::uint64_t> firstBad;
     bool text = false;
     for (std::uint64_t r = 0; r < table.rowCount(); ++r) {
-        const std::string_view field = table.field(r, column);
         double v = 0;
-        if (missing(field)) continue;
-        const Reading reading = readNumber(field, v);
-        if (reading == Reading::Number) continue;
+        const Cell cell = readCell(table, r, column, missing, v);
+        if (cell == Cell::Missing || cell == Cell::Number) continue;
         if (!firstBad) firstBad = r;
-        text = text || reading == Reading::Text;
+        text = text || cell == Cell::Text;
         if (regression) break;
     }
     if (!firstBad) return false;
@@ -181,76 +229,97 @@ bool decideClassification(const CsvTable& table, std::uint64_t column, const Raw
         }
         return true;
     }
-    const std::string field(table.field(*firstBad, column));
-    failAt(table.place(*firstBad, column),
-           "\"" + field + "\" is not a finite number" +
-               (regression ? ", and --regression needs a numeric response"
-                           : " (a numeric response must be finite)"));
+    table.failAt(*firstBad, column,
+                 "\"" + table.shown(*firstBad, column) + "\" is not a finite number" +
+                     (regression ? ", and --regression needs a numeric response"
+                                 : " (a numeric response must be finite)"));
 }
 
-Predictor describePredictor(const CsvTable& table, std::uint64_t column, const Columns& columns,
+// The distinct values of a column, as text: the fields, or the numbers
+// written out.
+std::vector<std::string> distinctValues(const DataTable& table, std::uint64_t column,
+                                        const std::vector<std::uint64_t>& rows,
+                                        const MissingValues& missing) {
+    if (table.type(column) == DataTable::ColumnType::Numbers) {
+        std::vector<double> values;
+        for (const std::uint64_t r : rows) {
+            const double v = table.number(r, column);
+            if (!std::isnan(v)) values.push_back(v);
+        }
+        std::sort(values.begin(), values.end());
+        values.erase(std::unique(values.begin(), values.end()), values.end());
+        std::vector<std::string> texts;
+        for (const double v : values) texts.push_back(formatNumber(v));
+        return texts;
+    }
+    std::unordered_set<std::string_view> distinct;
+    for (const std::uint64_t r : rows) {
+        const std::string_view field = table.field(r, column);
+        if (!missing(field)) distinct.insert(field);
+    }
+    return std::vector<std::string>(distinct.begin(), distinct.end());
+}
+
+Predictor describePredictor(const DataTable& table, std::uint64_t column, const Columns& columns,
                             const MissingValues& missing, Notices& notices) {
     Predictor p;
     p.name = table.header()[column];
     const bool forced = listed(columns.nominal, column);
-    if (!forced) {
+    const bool numeric = listed(columns.numeric, column);
+    const bool labels = table.type(column) == DataTable::ColumnType::Labels;
+    if (!forced && (numeric || !labels)) {
         const Census census = takeCensus(table, column, missing);
         if (census.texts == 0) return p;
-        if (listed(columns.numeric, column)) {
+        if (numeric) {
             const Census::Token& first = census.tokens.front();
             const bool comma = first.text.find(',') != std::string_view::npos;
-            failAt(table.place(first.firstRow, column),
-                   "\"" + std::string(first.text) + "\" is not a number, and --numeric makes " +
-                       p.name + " numeric" +
-                       (comma ? "" : "; --missing " + std::string(first.text) +
-                                         " reads it as missing"));
+            const std::string token(first.text);
+            table.failAt(first.firstRow, column,
+                         "\"" + token + "\" is not a number, and --numeric makes " + p.name +
+                             " numeric" +
+                             (comma ? "" : "; --missing " + token + " reads it as missing"));
         }
         if (census.mostlyNumbers()) {
             notices.warn(mostlyNumbersWarning(table, column, census, "the column nominal",
                                               "--numeric " + p.name));
         }
     }
-    std::unordered_set<std::string_view> distinct;
-    for (std::uint64_t r = 0; r < table.rowCount(); ++r) {
-        const std::string_view field = table.field(r, column);
-        if (!missing(field)) distinct.insert(field);
-    }
+    std::vector<std::uint64_t> all(table.rowCount());
+    for (std::uint64_t r = 0; r < all.size(); ++r) all[r] = r;
+    std::vector<std::string> distinct = distinctValues(table, column, all, missing);
+    const std::uint64_t count = distinct.size();
     p.kind = PredictorKind::Nominal;
-    p.levels = Levels::fromValues(std::vector<std::string>(distinct.begin(), distinct.end()));
-    if (!forced && table.rowCount() >= kIdentifierRows && distinct.size() == table.rowCount()) {
-        Place place = table.place(0, column);
-        place.line = 0;
-        notices.note(describe(place) + ": every one of its " + std::to_string(distinct.size()) +
-                     " rows has a value of its own, as in an ID column; --ignore " + p.name +
-                     " leaves it out");
+    p.levels = Levels::fromValues(std::move(distinct));
+    if (!forced && table.rowCount() >= kIdentifierRows && count == table.rowCount()) {
+        notices.note(table.place(std::nullopt, column) + ": every one of its " +
+                     std::to_string(count) + " rows has a value of its own, as in an ID column; "
+                     "--ignore " + p.name + " leaves it out");
     }
     return p;
 }
 
-void checkSingle(const CsvTable& table, std::uint64_t row, std::uint64_t column, double v) {
+void checkSingle(const DataTable& table, std::uint64_t row, std::uint64_t column, double v) {
     if (fitsSingle(v)) return;
-    failAt(table.place(row, column), "\"" + std::string(table.field(row, column)) +
-                                         "\" is beyond the range of single precision, which "
-                                         "--single needs");
+    table.failAt(row, column, "\"" + table.shown(row, column) +
+                                  "\" is beyond the range of single precision, which "
+                                  "--single needs");
 }
 
-double readWeight(const CsvTable& table, std::uint64_t row, std::uint64_t column,
+double readWeight(const DataTable& table, std::uint64_t row, std::uint64_t column,
                   const MissingValues& missing) {
-    const std::string_view field = table.field(row, column);
     double v = 0;
-    if (missing(field)) failAt(table.place(row, column), "the weight is missing");
-    if (readNumber(field, v) != Reading::Number) {
-        failAt(table.place(row, column), "\"" + std::string(field) + "\" is not a finite number");
+    const Cell cell = readCell(table, row, column, missing, v);
+    if (cell == Cell::Missing) table.failAt(row, column, "the weight is missing");
+    if (cell != Cell::Number) {
+        table.failAt(row, column, "\"" + table.shown(row, column) + "\" is not a finite number");
     }
-    if (v < 0) {
-        failAt(table.place(row, column), "the weight " + std::string(field) + " is negative");
-    }
+    if (v < 0) table.failAt(row, column, "the weight " + table.shown(row, column) + " is negative");
     return v;
 }
 
 }  // namespace
 
-TrainingData prepareTrainingData(const CsvTable& table, const RawOptions& options) {
+TrainingData prepareTrainingData(const DataTable& table, const RawOptions& options) {
     const Columns columns = findColumns(table, options);
     const MissingValues missing(options.list("missing"));
     const bool single = options.flag("single");
@@ -261,21 +330,18 @@ TrainingData prepareTrainingData(const CsvTable& table, const RawOptions& option
     if (columns.weights) data.weights = table.header()[*columns.weights];
 
     std::vector<std::uint64_t> used;
-    std::unordered_set<std::string_view> labels;
     for (std::uint64_t r = 0; r < table.rowCount(); ++r) {
-        const std::string_view field = table.field(r, columns.response);
-        if (missing(field)) continue;
-        used.push_back(r);
-        if (data.classification) labels.insert(field);
+        double v = 0;
+        if (readCell(table, r, columns.response, missing, v) != Cell::Missing) used.push_back(r);
     }
     data.rows = used.size();
     data.leftOut = table.rowCount() - used.size();
     if (used.empty()) {
-        failOption("response", "every row of " + table.path() + " misses its response (" +
+        failOption("response", "every row of " + table.name() + " misses its response (" +
                                    data.response + ")");
     }
     if (data.classification) {
-        data.classes = Levels::fromValues(std::vector<std::string>(labels.begin(), labels.end()));
+        data.classes = Levels::fromValues(distinctValues(table, columns.response, used, missing));
     }
 
     std::vector<std::uint64_t> predictorColumns;
@@ -285,7 +351,7 @@ TrainingData prepareTrainingData(const CsvTable& table, const RawOptions& option
         predictorColumns.push_back(c);
     }
     if (data.predictors.empty()) {
-        throw UserError(table.path() + ": no predictor columns besides the response" +
+        throw UserError(table.name() + ": no predictor columns besides the response" +
                         (columns.weights ? std::string(" and the weights") : "") +
                         (columns.ignored.empty() ? "" : " once the ignored ones are left out"));
     }
@@ -297,7 +363,7 @@ TrainingData prepareTrainingData(const CsvTable& table, const RawOptions& option
         const bool numeric = data.predictors[j].kind == PredictorKind::Numeric;
         for (std::uint64_t i = 0; i < N; ++i) {
             double& x = data.x[j * N + i];
-            x = codeField(data.predictors[j], table, used[i], predictorColumns[j], missing, unseen);
+            x = codeValue(data.predictors[j], table, used[i], predictorColumns[j], missing, unseen);
             if (single && numeric) checkSingle(table, used[i], predictorColumns[j], x);
         }
     }
@@ -305,12 +371,14 @@ TrainingData prepareTrainingData(const CsvTable& table, const RawOptions& option
     data.w.assign(N, 1.0);
     double total = 0;
     for (std::uint64_t i = 0; i < N; ++i) {
-        const std::string_view field = table.field(used[i], columns.response);
+        double& y = data.y[i];
+        readCell(table, used[i], columns.response, missing, y);
         if (data.classification) {
-            data.y[i] = static_cast<double>(*data.classes.find(field));
-        } else {
-            readNumber(field, data.y[i]);
-            if (single) checkSingle(table, used[i], columns.response, data.y[i]);
+            const bool numbers = table.type(columns.response) == DataTable::ColumnType::Numbers;
+            const std::string_view field = numbers ? "" : table.field(used[i], columns.response);
+            y = static_cast<double>(numbers ? *data.classes.find(y) : *data.classes.find(field));
+        } else if (single) {
+            checkSingle(table, used[i], columns.response, y);
         }
         if (columns.weights) {
             data.w[i] = readWeight(table, used[i], *columns.weights, missing);
@@ -325,4 +393,29 @@ TrainingData prepareTrainingData(const CsvTable& table, const RawOptions& option
     return data;
 }
 
-}  // namespace arbolin::cli
+double codeValue(const Predictor& p, const DataTable& table, std::uint64_t row,
+                 std::uint64_t column, const MissingValues& missing, std::uint64_t& unseen) {
+    constexpr double kMissing = std::numeric_limits<double>::quiet_NaN();
+    double v = 0;
+    const Cell cell = readCell(table, row, column, missing, v);
+    if (cell == Cell::Missing) return kMissing;
+    if (p.kind == PredictorKind::Nominal) {
+        const auto code = table.type(column) == DataTable::ColumnType::Numbers
+                              ? p.levels.find(v)
+                              : p.levels.find(table.field(row, column));
+        if (code) return static_cast<double>(*code);
+        ++unseen;
+        return kMissing;
+    }
+    if (cell == Cell::Number) return v;
+    const std::string shown = table.shown(row, column);
+    if (cell == Cell::Infinite) {
+        table.failAt(row, column, "\"" + shown + "\" is not a finite number");
+    }
+    const bool comma = shown.find(',') != std::string::npos;  // --missing cannot take it
+    table.failAt(row, column, "\"" + shown + "\" is not a number, and " + p.name +
+                                  " is a numeric predictor" +
+                                  (comma ? "" : "; --missing " + shown + " reads it as missing"));
+}
+
+}  // namespace arbolin::frontend

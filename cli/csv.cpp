@@ -1,4 +1,4 @@
-#include "cli/csv_table.hpp"
+#include "cli/csv.hpp"
 
 #include <csv.h>
 
@@ -9,8 +9,13 @@
 #include <cstring>
 #include <filesystem>
 #include <memory>
+#include <stdexcept>
 
 namespace arbolin::cli {
+
+using frontend::failOption;
+using frontend::Notices;
+using frontend::UserError;
 
 namespace {
 
@@ -102,6 +107,21 @@ char detectDelimiter(std::string_view text) {
     }
     const auto best = std::max_element(counts.begin(), counts.end());  // the first of equals
     return kCandidates[static_cast<std::size_t>(best - counts.begin())];
+}
+
+// The option's value as given, or its default; one of its choices.
+std::string choice(const frontend::RawOptions& options, std::string_view name) {
+    const auto rows = frontend::fitOptions();
+    const auto row = std::find_if(rows.begin(), rows.end(),
+                                  [&](const frontend::OptionRow& r) { return r.name == name; });
+    if (row == rows.end()) throw std::logic_error("no option " + std::string(name));
+    const std::string text = options.value(name).value_or(std::string(row->value));
+    if (text.empty()) return text;
+    const auto words = frontend::choiceList(row->choices(frontend::DataShape{}));
+    if (std::find(words.begin(), words.end(), text) == words.end()) {
+        failOption(name, "\"" + text + "\" is not one of " + frontend::joinChoices(words));
+    }
+    return text;
 }
 
 const char* delimiterPlural(char delimiter) {
@@ -317,25 +337,72 @@ std::string_view CsvTable::field(std::uint64_t row, std::uint64_t column) const 
     return std::string_view(c.text).substr(begin, c.ends[row] - begin);
 }
 
-Place CsvTable::place(std::uint64_t row, std::uint64_t column) const {
-    return Place{path_, lines_[row], column + 1, header_[column]};
+double CsvTable::number(std::uint64_t, std::uint64_t) const {
+    throw std::logic_error("a CSV table holds text only");
+}
+
+std::string CsvTable::place(std::optional<std::uint64_t> row, std::uint64_t column) const {
+    return describe(Place{path_, row ? lines_[*row] : 0, column + 1, header_[column]});
+}
+
+std::string CsvTable::rowName(std::uint64_t row) const {
+    return "line " + std::to_string(lines_[row]);
 }
 
 std::optional<std::uint64_t> CsvTable::find(std::string_view name) const {
     if (!hasHeader_) return std::nullopt;
-    const auto it = std::find(header_.begin(), header_.end(), name);
-    if (it == header_.end()) return std::nullopt;
-    return static_cast<std::uint64_t>(it - header_.begin());
+    return DataTable::find(name);
 }
 
-std::uint64_t CsvTable::require(std::string_view name, std::string_view option) const {
-    if (auto column = find(name)) return *column;
-    std::string known;
-    for (const std::string& h : header_) known += (known.empty() ? "" : ", ") + h;
-    const std::string problem =
-        "no column \"" + std::string(name) + "\" in " + path_ + " (its columns: " + known + ")";
-    if (option.empty()) throw UserError(problem);
-    failOption(option, problem);
+std::string describe(const Place& place) {
+    std::string text = place.file;
+    if (place.line != 0) text += ", line " + std::to_string(place.line);
+    if (place.column != 0) {
+        text += ", column " + std::to_string(place.column);
+        if (!place.columnName.empty()) text += " (" + place.columnName + ")";
+    }
+    return text;
+}
+
+CsvFormat csvFormat(const frontend::RawOptions& options) {
+    CsvFormat format;
+    const std::string delimiter = choice(options, "delimiter");
+    if (!delimiter.empty()) format.delimiter = delimiter == "tab" ? '\t' : delimiter.front();
+    format.encoding = choice(options, "encoding") == "latin1" ? Encoding::Latin1 : Encoding::Utf8;
+    return format;
+}
+
+std::vector<double> readCostFile(const std::string& path, const frontend::Levels& classes,
+                                 const CsvFormat& format, bool single, Notices& notices) {
+    return parseCostFile(readFileBytes(path), path, classes, format, single, notices);
+}
+
+std::vector<double> parseCostFile(std::string_view bytes, const std::string& name,
+                                  const frontend::Levels& classes, const CsvFormat& format,
+                                  bool single, Notices& notices) {
+    const CsvTable table = CsvTable::parse(bytes, name, format, CsvTable::Header::None);
+    notices.append(table.notices());
+    return frontend::readCostMatrix(table, classes, single, notices);
+}
+
+void writeCsvRow(std::ostream& out, const std::vector<std::string>& fields) {
+    for (std::size_t i = 0; i < fields.size(); ++i) {
+        const std::string& f = fields[i];
+        if (i != 0) out << ',';
+        const bool quote = f.find_first_of(",\"\r\n") != std::string::npos ||
+                           (!f.empty() && (f.front() == ' ' || f.back() == ' '));
+        if (!quote) {
+            out << f;
+            continue;
+        }
+        out << '"';
+        for (char c : f) {
+            if (c == '"') out << '"';
+            out << c;
+        }
+        out << '"';
+    }
+    out << '\n';
 }
 
 }  // namespace arbolin::cli

@@ -1,13 +1,13 @@
-#include "cli/array_json.hpp"
+#include "frontend/json_arrays.hpp"
 
 #include <cmath>
 #include <cstring>
 #include <limits>
 #include <vector>
 
-#include "cli/errors.hpp"
+#include "frontend/errors.hpp"
 
-namespace arbolin::cli {
+namespace arbolin::frontend {
 
 namespace {
 
@@ -28,6 +28,16 @@ Json number(double v) {
     if (std::isnan(v)) return nullptr;
     if (std::isinf(v)) return v > 0 ? "Inf" : "-Inf";
     return v;
+}
+
+bool compact(const nlohmann::ordered_json& json) {
+    if (json.is_object()) return json.contains("class") && json.contains("shape");
+    if (json.is_array()) {
+        for (const auto& e : json) {
+            if (e.is_structured()) return false;
+        }
+    }
+    return true;
 }
 
 [[noreturn]] void bad(const std::string& where, const std::string& problem) {
@@ -53,7 +63,9 @@ std::vector<std::uint64_t> readShape(const Json& json, const std::string& where,
     for (const Json& d : *it) {
         if (!d.is_number_unsigned()) bad(where, "a size in \"shape\" is " + jsonExcerpt(d));
         dims.push_back(d.get<std::uint64_t>());
-        if (__builtin_mul_overflow(count, dims.back(), &count)) bad(where, "the shape is too large");
+        if (__builtin_mul_overflow(count, dims.back(), &count)) {
+            bad(where, "the shape is too large");
+        }
     }
     return dims;
 }
@@ -91,8 +103,12 @@ Json arrayToJson(const cxArray* a) {
     Json data = Json::array();
     for (std::uint64_t i = 0; i < count; ++i) {
         switch (id) {
-            case cxDOUBLE_CLASS: data.push_back(number(static_cast<const double*>(cxGetData(a))[i])); break;
-            case cxSINGLE_CLASS: data.push_back(number(static_cast<const float*>(cxGetData(a))[i])); break;
+            case cxDOUBLE_CLASS:
+                data.push_back(number(static_cast<const double*>(cxGetData(a))[i]));
+                break;
+            case cxSINGLE_CLASS:
+                data.push_back(number(static_cast<const float*>(cxGetData(a))[i]));
+                break;
             case cxLOGICAL_CLASS: data.push_back(cxGetLogicals(a)[i]); break;
             default: {
                 const cxArray* element = cxGetCell(a, i);
@@ -140,14 +156,17 @@ numora::ArrayPtr arrayFromJson(const Json& json, const std::string& where, int d
         if (dims.size() != 2) bad(where, "a logical array has two sizes");
         a.reset(cxCreateLogicalMatrix(dims[0], dims[1]));
         for (std::uint64_t i = 0; i < count; ++i) {
-            if (!data[i].is_boolean()) bad(where, "an element is " + jsonExcerpt(data[i]) + ", not true or false");
+            if (!data[i].is_boolean()) {
+                bad(where, "an element is " + jsonExcerpt(data[i]) + ", not true or false");
+            }
             cxGetLogicals(a.get())[i] = data[i].get<bool>();
         }
     } else if (cls == "cell") {
         a.reset(numora::cxCreateCellArray(dims.size(), dims.data()));
         for (std::uint64_t i = 0; i < count; ++i) {
             if (data[i].is_null()) continue;
-            cxSetCell(a.get(), i, arrayFromJson(data[i], where + "[" + std::to_string(i) + "]", depth + 1).release());
+            const std::string element = where + "[" + std::to_string(i) + "]";
+            cxSetCell(a.get(), i, arrayFromJson(data[i], element, depth + 1).release());
         }
     } else {
         bad(where, "the class \"" + cls + "\" is not double, single, logical, char or cell");
@@ -155,4 +174,22 @@ numora::ArrayPtr arrayFromJson(const Json& json, const std::string& where, int d
     return a;
 }
 
-}  // namespace arbolin::cli
+void writePrettyJson(std::ostream& out, const nlohmann::ordered_json& json, int depth) {
+    if (compact(json) || json.empty()) {
+        out << json.dump();
+        return;
+    }
+    const std::string inner(2 * (depth + 1), ' ');
+    const bool object = json.is_object();
+    out << (object ? '{' : '[') << '\n';
+    bool first = true;
+    for (auto it = json.begin(); it != json.end(); ++it) {
+        out << (first ? "" : ",\n") << inner;
+        first = false;
+        if (object) out << nlohmann::ordered_json(it.key()).dump() << ": ";
+        writePrettyJson(out, it.value(), depth + 1);
+    }
+    out << '\n' << std::string(2 * depth, ' ') << (object ? '}' : ']');
+}
+
+}  // namespace arbolin::frontend

@@ -1,13 +1,20 @@
-#include "cli/model.hpp"
+// The model file: a model as JSON and back, read from a file or from
+// bytes, with every entry checked.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
+#include <cerrno>
 #include <cmath>
+#include <cstring>
 #include <set>
+#include <sstream>
 
-#include "cli/array_json.hpp"
-#include "cli/errors.hpp"
-#include "cli/outputs.hpp"
+#include "frontend/json_arrays.hpp"
+#include "frontend/model.hpp"
+#include "gateway/contract.hpp"
 
-namespace arbolin::cli {
+namespace arbolin::frontend {
 
 namespace {
 
@@ -49,7 +56,9 @@ public:
         return out;
     }
     [[noreturn]] void fail(const std::string& key, const std::string& problem) const {
-        const std::string name = prefix_.empty() ? key : key.empty() ? prefix_ : prefix_ + "." + key;
+        const std::string name = prefix_.empty() ? key
+                                 : key.empty()     ? prefix_
+                                                   : prefix_ + "." + key;
         throw UserError(path_ + ": the entry " + name + " " + problem);
     }
 
@@ -100,7 +109,17 @@ Levels readLevels(const Reader& r, const std::string& key, const std::string& nu
     return Levels::fromLabels(std::move(labels), r.flag(numbersKey));
 }
 
-}  // namespace
+// The tokens a model was grown with: the "missing" list of its options.
+std::vector<std::string> grownMissing(const Json& options) {
+    std::vector<std::string> tokens;
+    if (!options.is_object()) return tokens;
+    const auto it = options.find("missing");
+    if (it == options.end() || !it->is_array()) return tokens;
+    for (const auto& token : *it) {
+        if (token.is_string()) tokens.push_back(token.get<std::string>());
+    }
+    return tokens;
+}
 
 Json modelToJson(const Model& model) {
     Json json = Json::object();
@@ -129,16 +148,18 @@ Json modelToJson(const Model& model) {
     json["predictors"] = std::move(predictors);
     json["weights"] = model.weights.empty() ? Json(nullptr) : Json(model.weights);
     json["precision"] = model.single ? "single" : "double";
-    json["options"] = model.options;
-    json["training"] = model.training;
+    json["options"] = Json::parse(model.options);
+    json["training"] = Json::parse(model.training);
     Json outputs = Json::object();
-    for (int i = 0; i < kOutputCount; ++i) {
-        outputs[std::string(kOutputNames[i])] = arrayToJson(model.outputs[i].get());
+    for (const contract::Argument& output : contract::kOutputs) {
+        outputs[std::string(output.name)] =
+            arrayToJson(model.outputs[contract::slot(output.position)].get());
     }
     json["outputs"] = std::move(outputs);
     return json;
 }
 
+// Throws UserError naming `path` and the entry when the JSON is not a model.
 Model modelFromJson(const Json& json, const std::string& path) {
     if (!json.is_object()) throw UserError(path + ": not an arbolin model (not a JSON object)");
     const Reader top(json, path, "");
@@ -203,11 +224,14 @@ Model modelFromJson(const Json& json, const std::string& path) {
         top.fail("precision", "should be \"single\" or \"double\"");
     }
     model.single = precision == "single";
-    if (json.contains("options")) model.options = json["options"];
-    if (json.contains("training")) model.training = json["training"];
+    if (json.contains("options")) {
+        model.options = json["options"].dump();
+        model.missing = grownMissing(json["options"]);
+    }
+    if (json.contains("training")) model.training = json["training"].dump();
     const Json& outputs = top.at("outputs", Json::value_t::object, "an object");
-    for (int i = 0; i < kOutputCount; ++i) {
-        const std::string name(kOutputNames[i]);
+    for (const contract::Argument& output : contract::kOutputs) {
+        const std::string name(output.name);
         const auto it = outputs.find(name);
         if (it == outputs.end()) top.fail("outputs." + name, "is missing");
         model.outputs.push_back(arrayFromJson(*it, path + ": the entry outputs." + name));
@@ -215,4 +239,130 @@ Model modelFromJson(const Json& json, const std::string& path) {
     return model;
 }
 
-}  // namespace arbolin::cli
+// A model nests about ten deep; a deeper file is not one, and copying or
+// printing such JSON recurses once per level.
+constexpr int kMostNesting = 64;
+
+// The library's messages start with a tag such as "[json.exception.parse_error.101] ".
+std::string withoutTag(const std::string& what) {
+    const auto end = what.find("] ");
+    return end == std::string::npos ? what : what.substr(end + 2);
+}
+
+bool nestsTooDeeply(std::string_view text) {
+    int depth = 0;
+    bool inString = false;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const char c = text[i];
+        if (inString) {
+            if (c == '\\') {
+                ++i;
+            } else if (c == '"') {
+                inString = false;
+            }
+        } else if (c == '"') {
+            inString = true;
+        } else if (c == '[' || c == '{') {
+            if (++depth > kMostNesting) return true;
+        } else if (c == ']' || c == '}') {
+            --depth;
+        }
+    }
+    return false;
+}
+
+std::string readModelFile(const std::string& path) {
+    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) {
+        if (errno == ENOENT) throw UserError("no model file " + path);
+        throw UserError("cannot open " + path + ": " + std::strerror(errno));
+    }
+    struct Closer {
+        int fd;
+        ~Closer() { ::close(fd); }
+    } closer{fd};
+    struct stat info {};
+    if (::fstat(fd, &info) == 0 && S_ISDIR(info.st_mode)) {
+        throw UserError(path + " is a folder, not a model file");
+    }
+    std::string bytes;
+    char block[1 << 16];
+    for (;;) {
+        const ssize_t n = ::read(fd, block, sizeof block);
+        if (n < 0 && errno == EINTR) continue;
+        if (n < 0) throw UserError("cannot read " + path + ": " + std::strerror(errno));
+        if (n == 0) break;
+        bytes.append(block, static_cast<std::size_t>(n));
+    }
+    return bytes;
+}
+
+}  // namespace
+
+std::string optionsJson(const Settings& settings) {
+    Json json = Json::object();
+    for (const OptionRow& option : fitOptions()) {
+        const Settings::Value& v = settings.value(option.name);
+        Json& entry = json[std::string(option.name)];
+        if (std::holds_alternative<double>(v)) {
+            const double d = std::get<double>(v);
+            if (option.kind == OptionKind::Code) {
+                entry = choiceList(option.choices(settings.shape()))[static_cast<std::size_t>(d)];
+            } else if (option.kind == OptionKind::Count) {
+                entry = static_cast<std::uint64_t>(d);
+            } else {
+                entry = d;
+            }
+        } else if (std::holds_alternative<bool>(v)) {
+            entry = std::get<bool>(v);
+        } else if (std::holds_alternative<std::string>(v)) {
+            entry = std::get<std::string>(v);
+        } else if (std::holds_alternative<std::vector<std::string>>(v)) {
+            entry = std::get<std::vector<std::string>>(v);
+        }
+    }
+    return json.dump();
+}
+
+std::string trainingJson(const TrainingSummary& summary) {
+    Json json = Json::object();
+    if (!summary.file.empty()) json["file"] = summary.file;
+    json["rows"] = summary.rows;
+    json["rows_left_out"] = summary.leftOut;
+    json["fit_seconds"] = summary.fitSeconds;
+    json["module"] = summary.module;
+    return json.dump();
+}
+
+std::string modelText(const Model& model) {
+    std::ostringstream text;
+    writePrettyJson(text, modelToJson(model));
+    text << '\n';
+    return text.str();
+}
+
+Model loadModelFromMemory(std::string_view bytes, const std::string& name) {
+    if (bytes.find_first_not_of(" \t\r\n") == std::string_view::npos) {
+        throw UserError(name + " is empty, not a model file");
+    }
+    if (nestsTooDeeply(bytes)) {
+        throw UserError(name + ": not an arbolin model (it nests too deeply)");
+    }
+    Json json;
+    try {
+        json = Json::parse(bytes.begin(), bytes.end());
+    } catch (const nlohmann::json::exception& e) {
+        // "...at line 3, column 7: ..." is in the library's own text.
+        throw UserError(name + ": not valid JSON: " + withoutTag(e.what()));
+    }
+    try {
+        return modelFromJson(json, name);
+    } catch (const nlohmann::json::exception& e) {
+        // What the checks let through, the library still refuses.
+        throw UserError(name + ": not an arbolin model: " + withoutTag(e.what()));
+    }
+}
+
+Model loadModel(const std::string& path) { return loadModelFromMemory(readModelFile(path), path); }
+
+}  // namespace arbolin::frontend
