@@ -125,7 +125,8 @@ CLI::App* addFitCommand(CLI::App& app, FitArgs& args) {
     CLI::App* fit = app.add_subcommand("fit", "grow a tree from a CSV file and save it as JSON");
     std::string names;
     for (const std::string& n : bundledNames()) names += (names.empty() ? "" : ", ") + n;
-    fit->add_option("data", args.data, "CSV file with a header row, or a bundled data set: " + names)
+    fit->add_option("data", args.data,
+                    "CSV file with a header row, or a bundled data set: " + names)
         ->required()
         ->type_name("DATA");
     addFitOptions(*fit, args.options);

@@ -94,7 +94,8 @@ void runFit(const FitArgs& args) {
     std::cout << (data.classification ? "Classification" : "Regression") << " tree for "
               << data.response;
     if (data.classification) {
-        std::cout << " (" << data.classes.size() << (data.classes.size() == 1 ? " class)" : " classes)");
+        std::cout << " (" << data.classes.size()
+                  << (data.classes.size() == 1 ? " class)" : " classes)");
     }
     std::cout << ", " << data.predictors.size() << " predictors, " << data.rows << " rows, "
               << settings.text("criterion") << (model.single ? ", single precision" : "")

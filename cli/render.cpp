@@ -66,7 +66,8 @@ void missingNote(std::ostream& out, const Model& model, const TreeView& tree,
         // The first surrogate in which a row has a value decides.
         out << indent << "    (missing " << name << ": left if ";
         for (std::size_t k = 0; k < node.surrogates.size(); ++k) {
-            out << (k == 0 ? "" : "; failing that, ") << surrogateRule(model, tree, node.surrogates[k]);
+            out << (k == 0 ? "" : "; failing that, ")
+                << surrogateRule(model, tree, node.surrogates[k]);
         }
         out << ")\n";
     } else if (node.unrouted) {
