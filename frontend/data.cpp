@@ -61,6 +61,7 @@ struct Columns {
 
 Columns findColumns(const DataTable& table, const RawOptions& options) {
     Columns c;
+    if (table.header().empty()) throw UserError(table.name() + " has no columns");
     const auto response = options.value("response");
     c.response = response ? table.require(*response, "response") : table.header().size() - 1;
     if (const auto weights = options.value("weights")) {
