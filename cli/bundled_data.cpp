@@ -4,9 +4,11 @@
 #include <cstdlib>
 #include <filesystem>
 
-#include "cli/errors.hpp"
+#include "frontend/errors.hpp"
 
 namespace arbolin::cli {
+
+using frontend::UserError;
 
 namespace fs = std::filesystem;
 

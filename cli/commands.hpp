@@ -1,11 +1,13 @@
 // The subcommands of arbolin: each adds itself to the command line and runs
-// from what was parsed.
+// from what was parsed, with the front-end library doing the work between
+// the files it reads and the text it prints.
 #pragma once
 
 #include <string>
 #include <vector>
 
-#include "cli/settings.hpp"
+#include "frontend/errors.hpp"
+#include "frontend/options.hpp"
 
 namespace CLI {
 class App;
@@ -15,7 +17,7 @@ namespace arbolin::cli {
 
 struct FitArgs {
     std::string data;
-    RawOptions options;
+    frontend::RawOptions options;
 };
 struct ShowArgs {
     std::string model;
@@ -26,21 +28,28 @@ struct PredictArgs {
     std::string model;
     std::string data;
     std::string output;
-    RawOptions options;  // how the data file is read
+    frontend::RawOptions options;  // how the data file is read
 };
 struct DemoArgs {
     std::string outputDir;
 };
 
+// Each command with its arguments, options and help (command_line.cpp).
 CLI::App* addFitCommand(CLI::App& app, FitArgs& args);
 CLI::App* addShowCommand(CLI::App& app, ShowArgs& args);
 CLI::App* addPredictCommand(CLI::App& app, PredictArgs& args);
 CLI::App* addDemoCommand(CLI::App& app, DemoArgs& args);
 
+// Each command's work (fit_command.cpp, ...).
 void runFit(const FitArgs& args);
 void runShow(const ShowArgs& args);
 void runPredict(const PredictArgs& args);
 void runDemo(const DemoArgs& args);
+
+// "arbolin: note: TEXT" or "arbolin: warning: TEXT" on standard error, one
+// per line; standard output is flushed first so that the two keep their
+// order.
+void printNotices(const frontend::Notices& notices);
 
 // Parses `args` (without the program name) and runs the command; returns
 // the exit status. Errors are reported on standard error.

@@ -1,15 +1,13 @@
-#include <CLI/CLI.hpp>
-
 #include <filesystem>
 #include <fstream>
 #include <iostream>
 
 #include "cli/commands.hpp"
-#include "cli/errors.hpp"
 
 namespace arbolin::cli {
 
 namespace fs = std::filesystem;
+using frontend::UserError;
 
 namespace {
 
@@ -20,7 +18,7 @@ void step(const std::vector<std::string>& args) {
     std::cout << '\n';
     std::cout.flush();
     const int status = runCommandLine(args);
-    if (status != kExitOk) throw UserError("the demo stopped: that step failed", status);
+    if (status != frontend::kExitOk) throw UserError("the demo stopped: that step failed", status);
 }
 
 void printHead(const std::string& path, int lines) {
@@ -31,16 +29,6 @@ void printHead(const std::string& path, int lines) {
 }
 
 }  // namespace
-
-CLI::App* addDemoCommand(CLI::App& app, DemoArgs& args) {
-    CLI::App* demo = app.add_subcommand(
-        "demo", "grow, save, show and apply trees on the bundled iris and diabetes data");
-    demo->add_option("--output-dir", args.outputDir,
-                     "where the demo writes its models and predictions [default: a folder "
-                     "arbolin-demo in the temporary directory]")
-        ->type_name("DIR");
-    return demo;
-}
 
 void runDemo(const DemoArgs& args) {
     const fs::path dir = args.outputDir.empty() ? fs::temp_directory_path() / "arbolin-demo"

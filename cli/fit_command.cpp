@@ -1,27 +1,24 @@
-#include <CLI/CLI.hpp>
-
+// arbolin fit: one fit from a CSV file to a model file. The data is read
+// here (csv.cpp); the front-end library prepares it (frontend/data.cpp),
+// settles the options (frontend/module_call.cpp), calls the module and
+// reads its outputs back as a tree (frontend/model.cpp); the tree is
+// printed here (render.cpp) and saved (frontend/model_file.cpp).
 #include <chrono>
 #include <filesystem>
 #include <iostream>
 
 #include "cli/bundled_data.hpp"
 #include "cli/commands.hpp"
-#include "cli/cost_file.hpp"
-#include "cli/csv_table.hpp"
-#include "cli/reading_options.hpp"
-#include "cli/errors.hpp"
-#include "cli/model.hpp"
-#include "cli/module_call.hpp"
+#include "cli/csv.hpp"
+#include "cli/output_file.hpp"
 #include "cli/render.hpp"
-#include "cli/search_cost.hpp"
-#include "cli/summary.hpp"
-#include "cli/training_data.hpp"
-#include "cli/tree_view.hpp"
-#include "cli/values.hpp"
+#include "frontend/model.hpp"
+#include "frontend/module_call.hpp"
 
 namespace arbolin::cli {
 
 namespace fs = std::filesystem;
+using namespace arbolin::frontend;
 
 namespace {
 
@@ -36,21 +33,6 @@ void checkWritable(const std::string& path) {
         failOption("output", "the folder " + parent.string() + " does not exist");
     }
     if (fs::is_directory(path, error)) failOption("output", path + " is a folder");
-}
-
-Model assemble(const TrainingData& data, const Settings& settings, std::vector<double> cost,
-               std::vector<numora::ArrayPtr> outputs) {
-    Model model;
-    model.predictors = data.predictors;
-    model.response = data.response;
-    model.classification = data.classification;
-    model.classes = data.classes;
-    model.costs = std::move(cost);
-    model.weights = data.weights;
-    model.single = settings.flag("single");
-    model.options = settings.toJson();
-    model.outputs = std::move(outputs);
-    return model;
 }
 
 // A response taken as classes that has nearly as many values as rows (an
@@ -73,46 +55,22 @@ void warnOfManyClasses(const TrainingData& data) {
 
 }  // namespace
 
-CLI::App* addFitCommand(CLI::App& app, FitArgs& args) {
-    CLI::App* fit = app.add_subcommand("fit", "grow a tree from a CSV file and save it as JSON");
-    fit->add_option("data", args.data, "CSV file with a header row, or a bundled data set: " +
-                                           [] {
-                                               std::string names;
-                                               for (const auto& n : bundledNames()) names += (names.empty() ? "" : ", ") + n;
-                                               return names;
-                                           }())
-        ->required()
-        ->type_name("DATA");
-    addFitOptions(*fit, args.options);
-    fit->footer(
-        "Missing values: an empty field, NA, NaN or ?, and those given to --missing. A column "
-        "whose values are at least 90% numbers but not all gets a warning. The delimiter of a "
-        "CSV file is the one of , ; and tab that splits its first line most. Classes and "
-        "nominal levels are numbered "
-        "from 0 in sorted order of their labels. A response with more than 50 classes, and "
-        "more classes than a tenth of the rows, gets a warning before the tree grows.\n");
-    return fit;
-}
-
 void runFit(const FitArgs& args) {
     const auto start = std::chrono::steady_clock::now();
     const std::string path = resolveDataFile(args.data);
     const CsvFormat format = csvFormat(args.options);
     const CsvTable table = CsvTable::read(path, format);
-    table.notices().print(std::cerr);
+    printNotices(table.notices());
     const TrainingData data = prepareTrainingData(table, args.options);
-    data.notices.print(std::cerr);
-    Settings settings = Settings::resolve(args.options, data.shape());
-    settings.set("response", data.response);
-    checkSearchCost(data, settings);
+    printNotices(data.notices);
+    const Settings settings = fitSettings(data, args.options);
 
     std::vector<double> cost;
     if (settings.has("cost")) {
-        if (!data.classification) failOption("cost", "a regression tree takes no costs");
         Notices notices;
-        cost = readCostMatrix(settings.text("cost"), data.classes, format, settings.flag("single"),
-                              notices);
-        notices.print(std::cerr);
+        cost = readCostFile(settings.text("cost"), data.classes, format, settings.flag("single"),
+                            notices);
+        printNotices(notices);
     }
     const std::string output =
         settings.has("output") ? settings.text("output") : defaultOutput(path);
@@ -123,32 +81,26 @@ void runFit(const FitArgs& args) {
                   << " rows: their response (" << data.response << ") is missing.\n";
     }
     warnOfManyClasses(data);
-    ModuleInputs inputs(data, settings, cost, settings.flag("single"));
-    const auto grown = std::chrono::steady_clock::now();
-    std::vector<numora::ArrayPtr> outputs = growTree(inputs);
-    const double fitSeconds =
-        std::chrono::duration<double>(std::chrono::steady_clock::now() - grown).count();
-
-    Model model = assemble(data, settings, std::move(cost), std::move(outputs));
-    const TreeView tree = readTree(model, "the module's outputs");
-    const TreeShape shape = treeShape(tree);
-    const double score = trainingScore(tree, data);
-    model.training = {{"file", path},
-                      {"rows", data.rows},
-                      {"rows_left_out", data.leftOut},
-                      {"fit_seconds", fitSeconds},
-                      {"module", modulePath()}};
-    saveModel(model, output);
+    const std::string module = modulePath(ARBOLIN_MODULE_PATH);
+    Grown grown = growModel(numora::Module(module), data, settings, std::move(cost));
+    Model& model = grown.model;
+    const TreeShape shape = treeShape(grown.tree);
+    const double score = trainingScore(grown.tree, data);
+    model.training = trainingJson({path, data.rows, data.leftOut, grown.seconds, module});
+    OutputFile file(output);
+    file.stream() << modelText(model);
+    file.commit();
 
     std::cout << (data.classification ? "Classification" : "Regression") << " tree for "
               << data.response;
     if (data.classification) {
-        std::cout << " (" << data.classes.size() << (data.classes.size() == 1 ? " class)" : " classes)");
+        std::cout << " (" << data.classes.size()
+                  << (data.classes.size() == 1 ? " class)" : " classes)");
     }
     std::cout << ", " << data.predictors.size() << " predictors, " << data.rows << " rows, "
               << settings.text("criterion") << (model.single ? ", single precision" : "")
               << ":\n";
-    if (!settings.flag("quiet")) renderText(std::cout, model, tree);
+    if (!settings.flag("quiet")) renderText(std::cout, model, grown.tree);
     const double total =
         std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     std::cout << "nodes " << shape.nodes << ", leaves " << shape.leaves << ", depth "
@@ -159,7 +111,7 @@ void runFit(const FitArgs& args) {
                       : std::string(data.weights.empty() ? "training R-squared "
                                                          : "training R-squared (weighted) "))
               << formatShort(score, 4) << '\n'
-              << "time " << formatShort(total, 3) << " s (growing " << formatShort(fitSeconds, 3)
+              << "time " << formatShort(total, 3) << " s (growing " << formatShort(grown.seconds, 3)
               << " s)\n"
               << "model written to " << output << '\n';
 }

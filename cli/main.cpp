@@ -12,10 +12,11 @@
 #include <new>
 
 #include "cli/commands.hpp"
-#include "cli/errors.hpp"
 #include "host/numora_host.hpp"
 
 namespace arbolin::cli {
+
+using namespace arbolin::frontend;  // the exit statuses, UserError, Notices
 
 namespace {
 
@@ -97,6 +98,15 @@ int checkStandardOutput(int status) {
 }
 
 }  // namespace
+
+void printNotices(const Notices& notices) {
+    if (notices.list().empty()) return;
+    std::cout.flush();
+    for (const Notices::Notice& n : notices.list()) {
+        std::cerr << "arbolin: " << (n.level == Notices::Level::Note ? "note: " : "warning: ")
+                  << n.text << '\n';
+    }
+}
 
 int runCommandLine(const std::vector<std::string>& args) {
     CLI::App app("arbolin grows decision trees from CSV files with the arbolin module.", "arbolin");

@@ -13,9 +13,11 @@
 #include <streambuf>
 #include <vector>
 
-#include "cli/errors.hpp"
+#include "frontend/errors.hpp"
 
 namespace arbolin::cli {
+
+using frontend::UserError;
 
 // A stream buffer on a file descriptor that keeps the errno of its first
 // failed write; after it, nothing more is written.

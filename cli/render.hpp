@@ -4,10 +4,14 @@
 #include <ostream>
 #include <string>
 
-#include "cli/model.hpp"
-#include "cli/tree_view.hpp"
+#include "frontend/model.hpp"
 
 namespace arbolin::cli {
+
+using frontend::Model;
+using frontend::Surrogate;
+using frontend::TreeNode;
+using frontend::TreeView;
 
 // "petal_length < 2.45", "colour in {red, blue}": what sends a row from
 // `node` to its left (or right) child.

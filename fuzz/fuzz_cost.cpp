@@ -8,10 +8,8 @@
 #include <cstdint>
 #include <string_view>
 
-#include "cli/cost_file.hpp"
-#include "cli/errors.hpp"
-#include "cli/levels.hpp"
-#include "cli/values.hpp"
+#include "cli/csv.hpp"
+#include "frontend/values.hpp"
 
 namespace {
 
@@ -23,6 +21,7 @@ void check(bool ok) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     using namespace arbolin::cli;
+    using namespace arbolin::frontend;
     if (size == 0) return 0;
     const std::uint8_t mode = data[0];
     const std::string_view bytes(reinterpret_cast<const char*>(data) + 1, size - 1);
@@ -37,7 +36,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     try {
         Notices notices;
         const std::vector<double> cost =
-            parseCostMatrix(bytes, "fuzz.csv", classes, format, single, notices);
+            parseCostFile(bytes, "fuzz.csv", classes, format, single, notices);
         const std::uint64_t K = classes.size();
         check(cost.size() == K * K);
         for (std::uint64_t i = 0; i < K; ++i) {

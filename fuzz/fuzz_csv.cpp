@@ -13,14 +13,14 @@
 
 #include <nlohmann/json.hpp>
 
-#include "cli/csv_table.hpp"
-#include "cli/errors.hpp"
-#include "cli/settings.hpp"
-#include "cli/training_data.hpp"
+#include "cli/csv.hpp"
+#include "frontend/data.hpp"
+#include "frontend/model.hpp"
 
 namespace {
 
 using namespace arbolin::cli;
+using namespace arbolin::frontend;
 
 void check(bool ok) {
     if (!ok) __builtin_trap();
@@ -86,7 +86,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         options.flags["single"] = (mode & 64) != 0;
         const TrainingData prepared = prepareTrainingData(table, options);
         checkData(prepared, table);
-        (void)Settings::resolve(options, prepared.shape()).toJson().dump();
+        (void)optionsJson(Settings::resolve(options, prepared.shape()));
     } catch (const UserError&) {
         // The expected outcome for a bad file.
     }

@@ -19,16 +19,13 @@
 
 #include <nlohmann/json.hpp>
 
-#include "cli/errors.hpp"
-#include "cli/model.hpp"
 #include "cli/render.hpp"
-#include "cli/routing.hpp"
-#include "cli/summary.hpp"
-#include "cli/tree_view.hpp"
+#include "frontend/model.hpp"
 
 namespace {
 
 using namespace arbolin::cli;
+using namespace arbolin::frontend;
 
 // A value for one predictor from one byte: missing, a level code, a cut
 // of the tree (so that both sides of it are reached), or a small number.

@@ -1,6 +1,8 @@
 """Grows decision trees with the arbolin module, called through the Numora
 host runtime exactly as the host calls it.
 
+    fit(data, response=None, **options) -> Model    (as `arbolin fit` does)
+    load(path) -> Model                              (a model file of either)
     calyx(nout, inputs, *, functions=None, out=None) -> tuple of nout values
 
 Values map to host arrays and back: numpy arrays by dtype (float64 double,
@@ -37,5 +39,7 @@ from . import _core  # noqa: E402  (needs the classes above)
 _core._bind(HostError, Cell, os.path.dirname(os.path.abspath(__file__)))
 
 from ._core import INPUT_NAMES, OUTPUT_NAMES, Stream, calyx  # noqa: E402
+from .trees import Model, fit, load  # noqa: E402
 
-__all__ = ["calyx", "Cell", "HostError", "Stream", "INPUT_NAMES", "OUTPUT_NAMES"]
+__all__ = ["calyx", "Cell", "HostError", "Stream", "INPUT_NAMES", "OUTPUT_NAMES",
+           "fit", "load", "Model"]

@@ -4,7 +4,6 @@
 // for tests of the call-back route, any host function (`_call_host`).
 #include <algorithm>
 #include <climits>
-#include <cstdlib>
 #include <string>
 #include <utility>
 #include <vector>
@@ -18,18 +17,6 @@
 namespace arbolin::binding {
 
 namespace {
-
-// Loaded at the first call and never unloaded: the module's worker threads
-// and the host's tables must not see it go while the process ends.
-const numora::Module& arbolinModule() {
-    static const numora::Module* const loaded = [] {
-        const char* path = std::getenv("ARBOLIN_MODULE");
-        return new numora::Module(path != nullptr && *path != '\0'
-                                      ? std::string(path)
-                                      : package().directory + "/libarbolin.so");
-    }();
-    return *loaded;
-}
 
 // ---------------------------------------------------------- arguments
 

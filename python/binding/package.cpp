@@ -4,7 +4,7 @@
 #include <stdexcept>
 
 #include "binding/bindings.hpp"
-#include "host/numora_host.hpp"
+#include "frontend/module_call.hpp"
 
 namespace arbolin::binding {
 
@@ -43,6 +43,15 @@ const Package& package() {
         throw std::logic_error("arbolin._core is used before the package has bound it");
     }
     return *current;
+}
+
+std::string arbolinModulePath() {
+    return frontend::modulePath(package().directory + "/libarbolin.so");
+}
+
+const numora::Module& arbolinModule() {
+    static const numora::Module* const loaded = new numora::Module(arbolinModulePath());
+    return *loaded;
 }
 
 void bindPackage(py::module_& m) {

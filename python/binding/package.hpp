@@ -6,6 +6,8 @@
 
 #include <pybind11/pybind11.h>
 
+#include "host/numora_host.hpp"
+
 namespace arbolin::binding {
 
 namespace py = pybind11;
@@ -19,5 +21,11 @@ struct Package {
 
 // Valid once the package has called `_bind`.
 const Package& package();
+
+// $ARBOLIN_MODULE, or the module library in the package folder.
+std::string arbolinModulePath();
+// Loaded at the first call and never unloaded: the module's worker threads
+// and the host's tables must not see it go while the process ends.
+const numora::Module& arbolinModule();
 
 }  // namespace arbolin::binding
