@@ -7,7 +7,7 @@ packages=(
   build-essential cmake
   libtbb-dev libboost-dev liblapack64-dev
   libgtest-dev googletest
-  pybind11-dev python3-dev python3-numpy python3-pytest python3-sklearn python3-scipy
+  pybind11-dev python3-dev python3-numpy python3-pytest python3-sklearn python3-scipy python3-pandas
   libcli11-dev nlohmann-json3-dev libcsv-dev
   clang libclang-rt-14-dev
 )
