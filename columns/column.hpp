@@ -7,7 +7,5 @@
 #include "columns/find_surrogate.hpp"
 #include "columns/indexed_column.hpp"
 #include "columns/numeric_divisions.hpp"
+#include "nominal/build_levels.hpp"
 #include "nominal/find_nominal_split.hpp"
-#include "nominal/level_tables.hpp"
-#include "selection/contingency.hpp"
-#include "selection/f_test.hpp"
