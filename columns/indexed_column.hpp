@@ -206,4 +206,16 @@ void IndexedColumn<X, Y, W>::divide() {
     ScalableVector<X>().swap(sortedValues_);
 }
 
+// The column is compiled once per choice of types, in its own translation
+// units (module/instantiate_column.cpp.in, with all its operations from
+// columns/column.hpp); every other user sees only the class, so an edit to
+// an operation recompiles those units alone.
+extern template class IndexedColumn<double, double, double>;
+extern template class IndexedColumn<double, double, float>;
+extern template class IndexedColumn<double, float, double>;
+extern template class IndexedColumn<float, double, double>;
+extern template class IndexedColumn<float, double, float>;
+extern template class IndexedColumn<float, float, double>;
+extern template class IndexedColumn<float, float, float>;
+
 }  // namespace arbolin

@@ -5,7 +5,6 @@
 #include <limits>
 #include <memory>
 
-#include "columns/column.hpp"
 #include "columns/column_bodies.hpp"
 #include "columns/matched_probability.hpp"
 #include "core/node.hpp"
