@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <iterator>
 #include <memory>
 
 #include <oneapi/tbb/concurrent_vector.h>
@@ -50,29 +51,32 @@ struct LoopConditions {
 // criterion allows it (`criterion`). Verbose runs stay serial, so all
 // printing happens on the host's thread.
 //
-// A custom criterion answers false to allowsParallel, which keeps the
+// The interaction tests only count weights, so the criterion has no say
+// there. A custom criterion answers false to allowsParallel, which keeps the
 // per-predictor work and the exhaustive search on the host's thread. The
 // surrogate search values each imitation with the criterion too
 // (findSurrogate), yet asks only for quiet, so at print level 0 a custom
 // criterion's call-backs arrive on worker threads; wrapped for a cost
 // matrix it answers true, and the other two phases call it from workers as
-// well. That is safe: the criterion holds nothing but its function names,
-// each call makes its own arrays, the host looks functions up under a
-// shared lock and runs them outside it, and an error in a call-back is
-// trapped, raised again in the task and carried to the caller by the loop.
+// well. That is safe: nothing in the criterion changes after it is made
+// (function names, a cost matrix), each call makes its own arrays, the host
+// looks functions up under a shared lock and runs them outside it, and an
+// error in a call-back is trapped, raised again in the task and carried to
+// the caller by the loop.
 struct ParallelRule {
     bool quiet;
     bool criterion;
     std::size_t fewest;
 };
 inline constexpr ParallelRule kParallelRules[] = {
-    //                    quiet  criterion  fewest
+    //                     quiet  criterion  fewest
     /* MissingValues    */ {false, false, 0},
     /* PerPredictorWork */ {true, true, 0},
     /* InteractionTests */ {true, false, 0},
     /* ExhaustiveSearch */ {true, true, 2},
     /* SurrogateSearch  */ {true, false, 0},
 };
+static_assert(std::size(kParallelRules) == static_cast<std::size_t>(Phase::SurrogateSearch) + 1);
 
 inline bool runsInParallel(Phase phase, const LoopConditions& conditions, std::size_t listed) {
     const ParallelRule& rule = kParallelRules[static_cast<std::size_t>(phase)];
