@@ -1,5 +1,5 @@
-// What a winning (or surrogate) column tells: the rows of each child, the
-// cut value, and the levels on each side.
+// What a split of a column tells, whether the column won or imitates the
+// winner: the rows of each child, the cut value, and the levels on each side.
 #pragma once
 
 #include <algorithm>
@@ -9,37 +9,37 @@
 namespace arbolin {
 
 template <class X, class Y, class W>
-SplitRows IndexedColumn<X, Y, W>::splitRows(bool useSurrogate) const {
-    SplitRows split;
+SplitRows IndexedColumn<X, Y, W>::splitRows(const ColumnSplit<X, W>& split) const {
+    SplitRows kids;
     const RowList& rows = *present_;
     if (!nominal_) {
-        const std::int64_t d = useSurrogate ? surrogateDivision_ : bestDivision_;
+        const std::int64_t d = split.division;
         if (d < 0) {
-            return split;
+            return kids;
         }
-        split.left.assign(rows.begin(), rows.begin() + d + 1);
-        split.right.assign(rows.begin() + d + 1, rows.end());
-        return split;
+        kids.left.assign(rows.begin(), rows.begin() + d + 1);
+        kids.right.assign(rows.begin() + d + 1, rows.end());
+        return kids;
     }
     // A row whose value is in neither list goes nowhere.
-    const auto& left = useSurrogate ? SurrogateLeftValues : LeftValues;
-    const auto& right = useSurrogate ? SurrogateRightValues : RightValues;
+    const auto& left = split.leftLevels;
+    const auto& right = split.rightLevels;
     for (std::uint64_t r : rows) {
         const X v = x_[r];
         if (std::binary_search(left.begin(), left.end(), v)) {
-            split.left.push_back(r);
+            kids.left.push_back(r);
         } else if (std::binary_search(right.begin(), right.end(), v)) {
-            split.right.push_back(r);
+            kids.right.push_back(r);
         }
     }
-    return split;
+    return kids;
 }
 
 // The midpoint between the last value on the left and the first clearly
 // different value above it; NaN for anything but a numeric split.
 template <class X, class Y, class W>
-X IndexedColumn<X, Y, W>::cutPoint(bool useSurrogate) const {
-    const std::int64_t d = useSurrogate ? surrogateDivision_ : bestDivision_;
+X IndexedColumn<X, Y, W>::cutPoint(const ColumnSplit<X, W>& split) const {
+    const std::int64_t d = split.division;
     if (d < 0) {
         return static_cast<X>(cxGetNaN());
     }
@@ -56,13 +56,11 @@ X IndexedColumn<X, Y, W>::cutPoint(bool useSurrogate) const {
 
 template <class X, class Y, class W>
 std::pair<ScalableVector<X>, ScalableVector<X>> IndexedColumn<X, Y, W>::splitLevels(
-    bool useSurrogate) const {
-    const auto& left = useSurrogate ? SurrogateLeftValues : LeftValues;
-    const auto& right = useSurrogate ? SurrogateRightValues : RightValues;
-    if (left.empty() || right.empty()) {
+    const ColumnSplit<X, W>& split) const {
+    if (split.leftLevels.empty() || split.rightLevels.empty()) {
         return {};
     }
-    return {left, right};
+    return {split.leftLevels, split.rightLevels};
 }
 
 }  // namespace arbolin

@@ -1,5 +1,7 @@
-// IndexedColumn with all its operations: include this, not the parts, where
-// a column is used, so that every member a use instantiates is defined.
+// IndexedColumn with all its operations. Only the translation units that
+// compile the column (module/instantiate_column.cpp.in) and tests that
+// call its parts directly include this; a user of the column includes
+// columns/indexed_column.hpp.
 #pragma once
 
 #include "columns/child_lists.hpp"
@@ -7,7 +9,5 @@
 #include "columns/find_surrogate.hpp"
 #include "columns/indexed_column.hpp"
 #include "columns/numeric_divisions.hpp"
+#include "nominal/build_levels.hpp"
 #include "nominal/find_nominal_split.hpp"
-#include "nominal/level_tables.hpp"
-#include "selection/contingency.hpp"
-#include "selection/f_test.hpp"

@@ -19,7 +19,7 @@ void IndexedColumn<X, Y, W>::exhaustiveSearch() {
     if (!divided_) {
         divide();
     }
-    gain_ = std::numeric_limits<W>::lowest();
+    bestSplit.gain = std::numeric_limits<W>::lowest();
     if (Pnotnan_ <= W(0)) {
         return;
     }
@@ -36,7 +36,7 @@ void IndexedColumn<X, Y, W>::exhaustiveSearch() {
         return;
     }
     if (nominal_) {
-        if (LevelValues.empty()) {
+        if (levels.LevelValues.empty()) {
             return;
         }
         if (verbosity_ > 2) {
@@ -73,32 +73,33 @@ void IndexedColumn<X, Y, W>::exhaustiveSearch() {
         }
         calyxPrintf("\n");
     }
-    const W best = nominal_ ? findNominalSplitWithBestGain(Ptot) : findNumericSplitWithBestGain(Ptot);
-    gain_ = critParent_ - best;
+    const W crit =
+        nominal_ ? findNominalSplitWithBestGain(Ptot) : findNumericSplitWithBestGain(Ptot);
+    bestSplit.gain = critParent_ - crit;
     if (verbosity_ > 2) {
-        calyxPrintf("   gain = %13.10g\n", static_cast<double>(gain_));
+        calyxPrintf("   gain = %13.10g\n", static_cast<double>(bestSplit.gain));
     }
 }
 
 // The level tables as the search sees them.
 template <class X, class Y, class W>
 void IndexedColumn<X, Y, W>::printLevels() const {
-    calyxPrintf("Found %i nominal levels:\n", std::uint64_t{LevelValues.size()});
-    for (std::size_t k = 0; k < SortedLevels.size(); ++k) {
+    calyxPrintf("Found %i nominal levels:\n", std::uint64_t{levels.LevelValues.size()});
+    for (std::size_t k = 0; k < levels.SortedLevels.size(); ++k) {
         calyxPrintf("  Class %i:\n", std::uint64_t{k});
-        for (std::uint64_t c : SortedLevels[k]) {
+        for (std::uint64_t c : levels.SortedLevels[k]) {
             calyxPrintf("     Category %5i:", c);
-            for (X v : LevelValues[c]) {
+            for (X v : levels.LevelValues[c]) {
                 calyxPrintf(" %g", static_cast<double>(v));
             }
             calyxPrintf("\n");
             calyxPrintf("       Class  counts:");
-            for (std::uint64_t count : LevelCounts[c]) {
+            for (std::uint64_t count : levels.LevelCounts[c]) {
                 calyxPrintf(" %i", count);
             }
             calyxPrintf("\n");
             calyxPrintf("       Class weights:");
-            for (W weight : LevelWeights[c]) {
+            for (W weight : levels.LevelWeights[c]) {
                 calyxPrintf(" %g", static_cast<double>(weight));
             }
             calyxPrintf("\n");
@@ -140,7 +141,7 @@ W IndexedColumn<X, Y, W>::findNumericSplitWithBestGain(const ClassWeights<W>& Pt
         }
         if (best > c) {
             best = c;
-            bestDivision_ = static_cast<std::int64_t>(d);
+            bestSplit.division = static_cast<std::int64_t>(d);
         }
     }
     return best;

@@ -35,14 +35,14 @@ W probabilityOf(IndexedMatchedProbability<W>& matched, const RowList& rows) {
 template <class X, class Y, class W>
 std::pair<bool, W> IndexedColumn<X, Y, W>::findSurrogate(const SplitRows& kids, W minP) {
     constexpr W lowest = std::numeric_limits<W>::lowest();
-    surrogateGain_ = lowest;
+    surrogateSplit.gain = lowest;
     if (Pnotnan_ <= W(0) || 2 * minLeaf_ > present_->size()) {
         return {false, lowest};
     }
     if (!divided_) {
         divide();
     }
-    if (nominal_ ? LevelValues.empty() : divisions_.empty()) {
+    if (nominal_ ? levels.LevelValues.empty() : divisions_.empty()) {
         return {false, lowest};
     }
     // Rows this predictor cannot place take no part: the children lose the
@@ -84,7 +84,7 @@ std::pair<bool, W> IndexedColumn<X, Y, W>::findSurrogate(const SplitRows& kids, 
 
     // The surrogate's own split of all its present rows, valued by the
     // criterion like a primary split.
-    const SplitRows own = splitRows(true);
+    const SplitRows own = splitRows(surrogateSplit);
     RowList united(own.left);
     united.insert(united.end(), own.right.begin(), own.right.end());
     std::unique_ptr<SplitCriterionEvaluator<W>> evaluator;
@@ -106,7 +106,7 @@ std::pair<bool, W> IndexedColumn<X, Y, W>::findSurrogate(const SplitRows& kids, 
         // A nominal split may leave out rows whose value is in neither list.
         b = correctedWeightOf(united) / Pnotnan_ * b;
     }
-    surrogateGain_ = b - c;
+    surrogateSplit.gain = b - c;
     return {true, association};
 }
 
@@ -147,8 +147,8 @@ W IndexedColumn<X, Y, W>::numericAssociation(const RowList& left, const RowList&
         const W association = mirrored ? minus : plus;
         if (association > W(0) && association > best) {
             best = association;
-            surrogateSign_ = mirrored ? -1 : 1;
-            surrogateDivision_ = static_cast<std::int64_t>(d);
+            surrogateSplit.direction = mirrored ? -1 : 1;
+            surrogateSplit.division = static_cast<std::int64_t>(d);
         }
     }
     return best;
@@ -179,7 +179,7 @@ W IndexedColumn<X, Y, W>::nominalAssociation(const RowList& left, const RowList&
     };
     W sumLeft = 0;
     W sumRight = 0;
-    for (const auto& level : LevelValues) {
+    for (const auto& level : levels.LevelValues) {
         for (X v : level) {
             leftMatched->reset();
             rightMatched->reset();
@@ -193,15 +193,15 @@ W IndexedColumn<X, Y, W>::nominalAssociation(const RowList& left, const RowList&
             rightMatched->get(&b);
             if (b > a) {
                 sumRight += b;
-                SurrogateRightValues.push_back(v);
+                surrogateSplit.rightLevels.push_back(v);
             } else {
                 sumLeft += a;
-                SurrogateLeftValues.push_back(v);
+                surrogateSplit.leftLevels.push_back(v);
             }
         }
     }
-    std::sort(SurrogateLeftValues.begin(), SurrogateLeftValues.end());
-    std::sort(SurrogateRightValues.begin(), SurrogateRightValues.end());
+    std::sort(surrogateSplit.leftLevels.begin(), surrogateSplit.leftLevels.end());
+    std::sort(surrogateSplit.rightLevels.begin(), surrogateSplit.rightLevels.end());
     const W P = pParent_;
     return (minP - ((W(1) - sumLeft / P) - sumRight / P)) / minP;
 }

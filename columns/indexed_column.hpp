@@ -4,14 +4,15 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <limits>
 #include <utility>
 
+#include "columns/column_split.hpp"
 #include "columns/value_sort.hpp"
 #include "core/types.hpp"
 #include "criteria/classification_criterion.hpp"
 #include "criteria/regression_criterion.hpp"
 #include "gateway/numora.hpp"
+#include "nominal/level_tables.hpp"
 
 namespace arbolin {
 
@@ -44,6 +45,13 @@ struct ColumnSetup {
 };
 
 template <class X, class Y, class W>
+class IndexedColumn;
+
+// Fills the level tables of a nominal column (nominal/build_levels.hpp).
+template <class X, class Y, class W>
+void buildLevels(IndexedColumn<X, Y, W>& column);
+
+template <class X, class Y, class W>
 class IndexedColumn {
 public:
     explicit IndexedColumn(const ColumnSetup<X, Y, W>& setup);
@@ -61,20 +69,14 @@ public:
     std::pair<bool, W> findSurrogate(const SplitRows& kids, W minP);
     W numericAssociation(const RowList& left, const RowList& right, W pL, W pR, W minP);
     W nominalAssociation(const RowList& left, const RowList& right, W minP);
-    void makeBins();
-    W contingencyTest(const RowList& missing, const ScalableVector<RowList>& rows,
-                      bool ignoreLevelTable) const;
-    W fTest() const;
-    void buildLevels();
-    void buildClassificationLevels(const ScalableVector<std::uint64_t>& representatives);
-    void buildRegressionLevels(const ScalableVector<std::uint64_t>& representatives);
-    template <class F>
-    void forEachRowWithValueOf(std::uint64_t representative, F f) const;
     void printLevels() const;
     W findNominalSplitWithBestGain(const ClassWeights<W>& Ptot);
-    SplitRows splitRows(bool useSurrogate) const;
-    X cutPoint(bool useSurrogate) const;
-    std::pair<ScalableVector<X>, ScalableVector<X>> splitLevels(bool useSurrogate) const;
+    // What a split of this column tells: the rows of each child, the cut
+    // value, and the levels on each side.
+    SplitRows splitRows(const ColumnSplit<X, W>& split) const;
+    X cutPoint(const ColumnSplit<X, W>& split) const;
+    std::pair<ScalableVector<X>, ScalableVector<X>> splitLevels(
+        const ColumnSplit<X, W>& split) const;
 
     X valueAt(std::uint64_t position) const { return x_[(*present_)[position]]; }
     // The value at a position, from the sort's copy while it is held.
@@ -99,11 +101,7 @@ public:
     ScalableVector<std::uint64_t> divisions_;
     // The values of present_ in sorted order, held from sort to divide only.
     ScalableVector<X> sortedValues_;
-    ScalableVector<RowList> LevelRows;
-    ScalableVector<ScalableVector<X>> LevelValues;
-    ScalableVector<ScalableVector<std::uint64_t>> LevelCounts;
-    ScalableVector<ScalableVector<W>> LevelWeights;
-    ScalableVector<ScalableVector<std::uint64_t>> SortedLevels;
+    LevelTables<X, W> levels;
     std::uint64_t classCount_;
     const ScalableVector<W>* nodeClassProb_;
     W nodeValue_;
@@ -114,15 +112,8 @@ public:
     W Pnotnan_;
     const ClassificationSplitCriterion<Y, W>* classCriterion_;
     const RegressionSplitCriterion<Y, W>* regressionCriterion_;
-    W gain_ = std::numeric_limits<W>::lowest();
-    W surrogateGain_ = std::numeric_limits<W>::lowest();
-    std::int64_t bestDivision_ = -1;
-    std::int64_t surrogateDivision_ = -1;
-    ScalableVector<X> LeftValues;
-    ScalableVector<X> RightValues;
-    ScalableVector<X> SurrogateLeftValues;
-    ScalableVector<X> SurrogateRightValues;
-    std::int64_t surrogateSign_ = 0;
+    ColumnSplit<X, W> bestSplit;       // left by exhaustiveSearch
+    ColumnSplit<X, W> surrogateSplit;  // left by findSurrogate
     W pValue_ = 1;
     std::uint64_t maxCat_;
     std::uint64_t algCat_;
@@ -206,7 +197,7 @@ void IndexedColumn<X, Y, W>::divide() {
         return;
     }
     if (nominal_) {
-        buildLevels();
+        buildLevels(*this);
         return;
     }
     if (divisions_.empty()) {
@@ -214,5 +205,17 @@ void IndexedColumn<X, Y, W>::divide() {
     }
     ScalableVector<X>().swap(sortedValues_);
 }
+
+// The column is compiled once per choice of types, in its own translation
+// units (module/instantiate_column.cpp.in, with all its operations from
+// columns/column.hpp); every other user sees only the class, so an edit to
+// an operation recompiles those units alone.
+extern template class IndexedColumn<double, double, double>;
+extern template class IndexedColumn<double, double, float>;
+extern template class IndexedColumn<double, float, double>;
+extern template class IndexedColumn<float, double, double>;
+extern template class IndexedColumn<float, double, float>;
+extern template class IndexedColumn<float, float, double>;
+extern template class IndexedColumn<float, float, float>;
 
 }  // namespace arbolin

@@ -65,20 +65,22 @@ TEST(DivideNumeric, TiesAreMidpointsThatRoundOntoAValue) {
 TEST(CutPoint, MidpointAboveTiedNeighbours) {
     const double next = std::nextafter(2.0, 3.0);
     SortedColumn c({1, 2, next, 4, 5}, {a, a, b, b, b}, 1);
-    c.column->bestDivision_ = 1;
-    EXPECT_EQ(c.column->cutPoint(false), 3.0);  // (2 + 4) / 2, skipping the tied value
-    c.column->bestDivision_ = 0;
-    EXPECT_EQ(c.column->cutPoint(false), 1.5);
-    const SplitRows rows = c.column->splitRows(false);
+    c.column->bestSplit.division = 1;
+    // (2 + 4) / 2, skipping the tied value
+    EXPECT_EQ(c.column->cutPoint(c.column->bestSplit), 3.0);
+    c.column->bestSplit.division = 0;
+    EXPECT_EQ(c.column->cutPoint(c.column->bestSplit), 1.5);
+    const SplitRows rows = c.column->splitRows(c.column->bestSplit);
     EXPECT_EQ(rows.left, RowList({0}));
     EXPECT_EQ(rows.right, RowList({1, 2, 3, 4}));
-    c.column->bestDivision_ = -1;
-    EXPECT_TRUE(std::isnan(c.column->cutPoint(false)));
-    EXPECT_TRUE(c.column->splitRows(false).left.empty());
+    c.column->bestSplit.division = -1;
+    EXPECT_TRUE(std::isnan(c.column->cutPoint(c.column->bestSplit)));
+    EXPECT_TRUE(c.column->splitRows(c.column->bestSplit).left.empty());
 
     SortedColumn flat({1, 3, 3, 3}, {a, b, a, b}, 1);
-    flat.column->bestDivision_ = 1;
-    EXPECT_TRUE(std::isnan(flat.column->cutPoint(false)));  // all above tied with x(d)
+    flat.column->bestSplit.division = 1;
+    // all above tied with x(d)
+    EXPECT_TRUE(std::isnan(flat.column->cutPoint(flat.column->bestSplit)));
 }
 
 TEST(ExhaustiveSearch, LowestOfEqualDivisionsWins) {
@@ -88,11 +90,11 @@ TEST(ExhaustiveSearch, LowestOfEqualDivisionsWins) {
     c.column->critParent_ = 2.0;  // gini of (2, 2)
     c.column->sorted_ = true;
     c.column->exhaustiveSearch();
-    EXPECT_EQ(c.column->bestDivision_, 0);
-    EXPECT_NEAR(c.column->gain_, 2.0 - 4.0 / 3, 1e-12);
-    const double gain = c.column->gain_;
+    EXPECT_EQ(c.column->bestSplit.division, 0);
+    EXPECT_NEAR(c.column->bestSplit.gain, 2.0 - 4.0 / 3, 1e-12);
+    const double gain = c.column->bestSplit.gain;
     c.column->exhaustiveSearch();  // a second call changes nothing
-    EXPECT_EQ(c.column->gain_, gain);
+    EXPECT_EQ(c.column->bestSplit.gain, gain);
 }
 
 TEST(ExhaustiveSearch, ZeroWeightRowsBelowAreSkipped) {
@@ -103,8 +105,8 @@ TEST(ExhaustiveSearch, ZeroWeightRowsBelowAreSkipped) {
     c.column->exhaustiveSearch();
     // Divisions 0, 2; division 0 has no weight below (BelowEmpty), so 2 wins:
     // rows {b} | {a, a} are pure.
-    EXPECT_EQ(c.column->bestDivision_, 2);
-    EXPECT_EQ(c.column->gain_, 1.0);
+    EXPECT_EQ(c.column->bestSplit.division, 2);
+    EXPECT_EQ(c.column->bestSplit.gain, 1.0);
 }
 
 TEST(PartialSort, OrdersOnlyTheMiddleForLargeLeaves) {

@@ -5,11 +5,11 @@
 #include <limits>
 #include <memory>
 
-#include "columns/column.hpp"
 #include "columns/column_bodies.hpp"
 #include "columns/matched_probability.hpp"
 #include "core/node.hpp"
 #include "core/stream_access.hpp"
+#include "selection/choose_curvature.hpp"
 #include "selection/choose_interactions.hpp"
 #include "surrogates/route_missing_rows.hpp"
 #include "surrogates/search_surrogates.hpp"
@@ -76,7 +76,9 @@ SplitRows Node<X, Y, W>::findBestSplit(const RowList& rows) {
 
     RowTable present(predictorCount);
     RowTable missing(predictorCount);
-    forEachPredictor(sampled, ColumnNaNRemover<X>{s.x, rowCount, &rows, &present, &missing}, true);
+    const LoopConditions loops{parallelCriterion, Verbosity};
+    forEachPredictor(Phase::MissingValues, loops, sampled,
+                     ColumnNaNRemover<X>{s.x, rowCount, &rows, &present, &missing});
 
     const bool curvature = s.CurvatureFlag && sampled.size() >= 2 &&
                            NodeSize >= std::max<std::uint64_t>(K + 1, 2 * MinLeaf);
@@ -111,43 +113,23 @@ SplitRows Node<X, Y, W>::findBestSplit(const RowList& rows) {
         columns[j] = std::make_unique<IndexedColumn<X, Y, W>>(setup);
     }
 
-    forEachPredictor(sampled,
-                     ColumnOperator<X, Y, W>{&columns, curvature, interaction, s.ChisqFlag, Verbosity},
-                     parallelCriterion && Verbosity == 0);
+    forEachPredictor(
+        Phase::PerPredictorWork, loops, sampled,
+        ColumnOperator<X, Y, W>{&columns, curvature, interaction, s.ChisqFlag, Verbosity});
 
-    // Choosing the predictors by curvature.
+    // Choosing the predictors by curvature, then by interaction.
     ScalableVector<std::uint64_t> chosen;
     const ScalableVector<std::uint64_t>* searchList = &sampled;
     if (curvature) {
-        W bestP = W(0.05);
-        std::uint64_t bestVar = predictorCount;
-        for (std::uint64_t j : sampled) {
-            const W p = columns[j]->pValue_;
-            if (W(0) >= p) {
-                chosen.push_back(j);
-                CurvatureTests.push_back({j, p});
-            }
-            if (bestP > p) {
-                bestP = p;
-                bestVar = j;
-            }
-        }
-        if (chosen.empty()) {
-            // (D, 0.05) goes out as it is when nothing comes under 0.05.
-            CurvatureTests.push_back({bestVar, bestP});
-            if (bestVar < predictorCount) {
-                chosen.push_back(bestVar);
-            }
-        }
+        const W bestP = chooseByCurvature(sampled, columns, chosen, CurvatureTests);
         if (interaction && bestP > W(0)) {
-            testInteractions(sampled, columns, bestP, chosen);
+            testInteractions(sampled, columns, bestP, loops, chosen, InteractionTests);
         }
         searchList = &chosen;
     }
 
-    // Exhaustive search.
-    const bool parallelSearch = searchList->size() >= 2 && parallelCriterion && Verbosity == 0;
-    forEachPredictor(*searchList, ColumnSplitter<X, Y, W>{&columns, Verbosity}, parallelSearch);
+    forEachPredictor(Phase::ExhaustiveSearch, loops, *searchList,
+                     ColumnSplitter<X, Y, W>{&columns, Verbosity});
     if (searchList->empty()) {
         return {};
     }
@@ -157,8 +139,8 @@ SplitRows Node<X, Y, W>::findBestSplit(const RowList& rows) {
     IndexedColumn<X, Y, W>* winner = nullptr;
     std::int64_t winnerIndex = -1;
     for (std::uint64_t j : *searchList) {
-        if (columns[j]->gain_ > best) {
-            best = columns[j]->gain_;
+        if (columns[j]->bestSplit.gain > best) {
+            best = columns[j]->bestSplit.gain;
             winner = columns[j].get();
             winnerIndex = static_cast<std::int64_t>(j);
         }
@@ -167,9 +149,9 @@ SplitRows Node<X, Y, W>::findBestSplit(const RowList& rows) {
         return {};
     }
 
-    SplitRows result = winner->splitRows(false);
-    CutPoint = winner->cutPoint(false);
-    auto levels = winner->splitLevels(false);
+    SplitRows result = winner->splitRows(winner->bestSplit);
+    CutPoint = winner->cutPoint(winner->bestSplit);
+    auto levels = winner->splitLevels(winner->bestSplit);
     LeftLevels = std::move(levels.first);
     RightLevels = std::move(levels.second);
     CutVar = winnerIndex;
@@ -202,7 +184,7 @@ SplitRows Node<X, Y, W>::findBestSplit(const RowList& rows) {
     {
         // The winner is out of the table while the others imitate it.
         std::unique_ptr<IndexedColumn<X, Y, W>> winnerColumn = std::move(columns[winnerIndex]);
-        surrogates.searchSurrogates(columns, result, sampled, minP, s.SurrogateCount, Verbosity);
+        surrogates.searchSurrogates(columns, result, sampled, minP, s.SurrogateCount, loops);
         columns[winnerIndex] = std::move(winnerColumn);
     }
     surrogates.routeMissingRows(unrouted, result, s.x, rowCount);

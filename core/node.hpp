@@ -58,11 +58,6 @@ struct Node {
     SplitRows findBestSplit(const RowList& rows);
     // Withdraws a split found for this node.
     void unsplit();
-
-private:
-    template <class Table>
-    void testInteractions(const ScalableVector<std::uint64_t>& sampled, const Table& columns,
-                          W bestP, ScalableVector<std::uint64_t>& chosen);
 };
 
 template <class X, class Y, class W>

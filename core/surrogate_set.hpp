@@ -12,6 +12,7 @@ namespace arbolin {
 
 template <class X, class Y, class W>
 class IndexedColumn;
+struct LoopConditions;
 
 template <class X, class W>
 struct SurrogateSet {
@@ -27,12 +28,13 @@ struct SurrogateSet {
     std::size_t size() const { return predictors.size(); }
 
     // Ranks the drawn predictors by how well they imitate the winner (whose
-    // entry in `columns` is null) and keeps the best `surrogateCount`.
+    // entry in `columns` is null) and keeps the best `surrogateCount`;
+    // parallel or not by the rule of columns/column_bodies.hpp.
     template <class Y>
     void searchSurrogates(const ScalableVector<std::unique_ptr<IndexedColumn<X, Y, W>>>& columns,
                           const SplitRows& kids,
                           const ScalableVector<std::uint64_t>& candidates, W minP,
-                          std::uint64_t surrogateCount, std::uint64_t verbosity);
+                          std::uint64_t surrogateCount, const LoopConditions& loops);
     // Sends the winner's missing rows to the children by the kept
     // surrogates, best first; the rows none can place stay in `rows`. `x`
     // is the predictor matrix, `rowCount` rows by column.

@@ -1,7 +1,12 @@
 // The partition searches of a nominal predictor in a classification tree.
 #pragma once
 
-#include "columns/indexed_column.hpp"
+#include <cstdint>
+#include <limits>
+
+#include "criteria/classification_criterion.hpp"
+#include "gateway/numora.hpp"
+#include "nominal/level_tables.hpp"
 #include "nominal/nominal_split.hpp"
 
 namespace arbolin {
@@ -11,15 +16,14 @@ class ClassificationNominalSplitFinder {
 public:
     enum Method : std::uint64_t { Exact = 0, PullLeft = 1, PCA = 2, OVAbyClass = 3 };
 
-    explicit ClassificationNominalSplitFinder(const IndexedColumn<X, Y, W>& column,
-                                              const ClassWeights<W>& Ptot)
-        : LevelSizes(column.LevelCounts.size(), 0), ParentWeights(Ptot.size(), W(0)),
-          levelWeights_(&column.LevelWeights), sortedLevels_(&column.SortedLevels),
-          criterion_(column.classCriterion_), minLeaf_(column.minLeaf_),
-          verbosity_(column.verbosity_) {
-        for (std::size_t level = 0; level < LevelSizes.size(); ++level) {
-            LevelSizes[level] = sumInOrder(column.LevelCounts[level]);
-        }
+    // `Ptot` is the node's class weights on the rows with a value.
+    ClassificationNominalSplitFinder(const LevelTables<X, W>& levels,
+                                     const ClassificationSplitCriterion<Y, W>* criterion,
+                                     const ClassWeights<W>& Ptot, std::uint64_t minLeaf,
+                                     std::uint64_t verbosity)
+        : LevelSizes(levels.levelSizes()), ParentWeights(Ptot.size(), W(0)),
+          levelWeights_(&levels.LevelWeights), sortedLevels_(&levels.SortedLevels),
+          criterion_(criterion), minLeaf_(minLeaf), verbosity_(verbosity) {
         criterion_->correct(Ptot, ParentWeights);
     }
 

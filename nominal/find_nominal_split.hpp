@@ -6,7 +6,7 @@
 
 #include "gateway/messages.hpp"
 #include "nominal/exact.hpp"
-#include "nominal/level_tables.hpp"
+#include "nominal/build_levels.hpp"
 #include "nominal/ova_by_class.hpp"
 #include "nominal/pca.hpp"
 #include "nominal/pull_left.hpp"
@@ -52,15 +52,17 @@ W IndexedColumn<X, Y, W>::findNominalSplitWithBestGain(const ClassWeights<W>& Pt
     ScalableVector<Result> results;
     NominalSplit split;
     if (classCriterion_ == nullptr) {
-        const RegressionNominalSplitFinder<X, Y, W> finder(*this);
+        const RegressionNominalSplitFinder<X, Y, W> finder(levels, *present_, x_, y_, w_, minLeaf_,
+                                                          verbosity_);
         const MethodOutcome<W> outcome = finder.findRegressionSplit(split);
         if (outcome.found) {
             results.push_back({outcome.crit, split, "Regression"});
         }
     } else {
         const auto methods =
-            nominal_detail::chooseMethods(classCount_, algCat_, maxCat_, LevelValues.size());
-        const ClassificationNominalSplitFinder<X, Y, W> finder(*this, Ptot);
+            nominal_detail::chooseMethods(classCount_, algCat_, maxCat_, levels.LevelValues.size());
+        const ClassificationNominalSplitFinder<X, Y, W> finder(levels, classCriterion_, Ptot,
+                                                               minLeaf_, verbosity_);
         for (std::uint64_t method : methods) {
             const MethodOutcome<W> outcome = finder.runMethod(split, method);
             if (outcome.found) {
@@ -83,20 +85,22 @@ W IndexedColumn<X, Y, W>::findNominalSplitWithBestGain(const ClassWeights<W>& Pt
                     std::uint64_t{best->split.Left.size()},
                     std::uint64_t{best->split.Right.size()}, best->method);
     }
-    LeftValues.clear();
-    RightValues.clear();
+    auto& left = bestSplit.leftLevels;
+    auto& right = bestSplit.rightLevels;
+    left.clear();
+    right.clear();
+    const auto& values = levels.LevelValues;
     for (std::uint64_t level : best->split.Left) {
-        LeftValues.insert(LeftValues.end(), LevelValues[level].begin(), LevelValues[level].end());
+        left.insert(left.end(), values[level].begin(), values[level].end());
     }
     for (std::uint64_t level : best->split.Right) {
-        RightValues.insert(RightValues.end(), LevelValues[level].begin(),
-                           LevelValues[level].end());
+        right.insert(right.end(), values[level].begin(), values[level].end());
     }
-    std::sort(LeftValues.begin(), LeftValues.end());
-    std::sort(RightValues.begin(), RightValues.end());
+    std::sort(left.begin(), left.end());
+    std::sort(right.begin(), right.end());
     // Sides that do not interleave go out with the lower values left.
-    if (!LeftValues.empty() && !RightValues.empty() && LeftValues.front() > RightValues.back()) {
-        LeftValues.swap(RightValues);
+    if (!left.empty() && !right.empty() && left.front() > right.back()) {
+        left.swap(right);
     }
     return best->crit;
 }

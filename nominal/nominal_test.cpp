@@ -30,14 +30,16 @@ struct NominalColumn : testing::GiniColumn {
         return t;
     }
     ClassificationNominalSplitFinder<double, double, double> finder() const {
-        return ClassificationNominalSplitFinder<double, double, double>(*column, totals());
+        return ClassificationNominalSplitFinder<double, double, double>(
+            column->levels, column->classCriterion_, totals(), column->minLeaf_,
+            column->verbosity_);
     }
 };
 
 TEST(BuildLevels, PureValuesMergeIntoOneLevelPerClass) {
     // Values 1 and 4 only ever class 0, 5 only class 1; 2 and 3 are mixed.
     NominalColumn c({4, 1, 2, 2, 3, 3, 5, 1}, {0, 0, 0, 1, 1, 0, 1, 0}, 2);
-    const auto& col = *c.column;
+    const auto& col = c.column->levels;
     ASSERT_EQ(col.LevelValues.size(), 4u);
     EXPECT_EQ(col.LevelValues[0], ScalableVector<double>({2}));
     EXPECT_EQ(col.LevelValues[1], ScalableVector<double>({3}));
@@ -50,13 +52,13 @@ TEST(BuildLevels, PureValuesMergeIntoOneLevelPerClass) {
     EXPECT_EQ(col.SortedLevels[0].size(), 3u);
     EXPECT_EQ(col.SortedLevels[1].front(), 3u);
     const auto before = col.LevelValues;
-    c.column->buildLevels();  // a second call changes nothing
+    buildLevels(*c.column);  // a second call changes nothing
     EXPECT_EQ(col.LevelValues, before);
 }
 
 TEST(BuildLevels, OneDistinctValueHasNoLevels) {
     NominalColumn c({7, 7, 7, 7}, {0, 1, 0, 1}, 2);
-    EXPECT_TRUE(c.column->LevelValues.empty());
+    EXPECT_TRUE(c.column->levels.LevelValues.empty());
 }
 
 TEST(Exact, VisitsEachPartitionOnceWithTheTopLevelRight) {
@@ -86,7 +88,7 @@ TEST(Exact, RefusesSixtyFourLevels) {
         }
     }
     NominalColumn c(x, y, 3);
-    ASSERT_EQ(c.column->LevelValues.size(), 64u);
+    ASSERT_EQ(c.column->levels.LevelValues.size(), 64u);
     NominalSplit split;
     try {
         c.finder().runMethod(split, 0);
@@ -175,12 +177,12 @@ TEST(WriteBack, LowerValuesGoLeftWhenSidesDoNotInterleave) {
     // into two levels; whichever side the finder puts them, 1, 2 go left.
     NominalColumn c({3, 4, 1, 2, 3, 1}, {0, 0, 1, 1, 0, 1}, 2);
     c.column->exhaustiveSearch();
-    EXPECT_EQ(c.column->LeftValues, ScalableVector<double>({1, 2}));
-    EXPECT_EQ(c.column->RightValues, ScalableVector<double>({3, 4}));
-    SplitRows rows = c.column->splitRows(false);
+    EXPECT_EQ(c.column->bestSplit.leftLevels, ScalableVector<double>({1, 2}));
+    EXPECT_EQ(c.column->bestSplit.rightLevels, ScalableVector<double>({3, 4}));
+    SplitRows rows = c.column->splitRows(c.column->bestSplit);
     std::sort(rows.left.begin(), rows.left.end());
     EXPECT_EQ(rows.left, RowList({2, 3, 5}));
-    EXPECT_TRUE(std::isnan(c.column->cutPoint(false)));
+    EXPECT_TRUE(std::isnan(c.column->cutPoint(c.column->bestSplit)));
 }
 
 }  // namespace

@@ -3,9 +3,12 @@
 #pragma once
 
 #include <algorithm>
+#include <cstdint>
+#include <limits>
 
-#include "columns/indexed_column.hpp"
 #include "criteria/regression_evaluator.hpp"
+#include "gateway/numora.hpp"
+#include "nominal/level_tables.hpp"
 #include "nominal/nominal_split.hpp"
 
 namespace arbolin {
@@ -13,15 +16,14 @@ namespace arbolin {
 template <class X, class Y, class W>
 class RegressionNominalSplitFinder {
 public:
-    explicit RegressionNominalSplitFinder(const IndexedColumn<X, Y, W>& column)
-        : x_(column.x_), y_(column.y_), w_(column.w_), present_(column.present_),
-          levelValues_(&column.LevelValues), LevelSizes(column.LevelCounts.size(), 0),
-          sortedLevels_(&column.SortedLevels),
-          minLeaf_(column.minLeaf_), verbosity_(column.verbosity_) {
-        for (std::size_t level = 0; level < LevelSizes.size(); ++level) {
-            LevelSizes[level] = sumInOrder(column.LevelCounts[level]);
-        }
-    }
+    // `present` is the column's rows with a value, sorted by value; x, y and
+    // w are its data.
+    RegressionNominalSplitFinder(const LevelTables<X, W>& levels, const RowList& present,
+                                 const X* x, const Y* y, const W* w, std::uint64_t minLeaf,
+                                 std::uint64_t verbosity)
+        : x_(x), y_(y), w_(w), present_(&present), levelValues_(&levels.LevelValues),
+          LevelSizes(levels.levelSizes()), sortedLevels_(&levels.SortedLevels),
+          minLeaf_(minLeaf), verbosity_(verbosity) {}
 
     MethodOutcome<W> findRegressionSplit(NominalSplit& split) const;
 

@@ -10,24 +10,23 @@
 namespace arbolin {
 
 // Pairs of predictors compete with the best single one when no single
-// predictor was conclusive; a pair that wins replaces the chosen list.
+// predictor was conclusive; a pair that wins replaces the chosen list. The
+// pairs that count go to `tests`.
 template <class X, class Y, class W>
-template <class Table>
-void Node<X, Y, W>::testInteractions(const ScalableVector<std::uint64_t>& sampled,
-                                     const Table& columns, W bestP,
-                                     ScalableVector<std::uint64_t>& chosen) {
-    const std::uint64_t D = settings->predictorCount;
-    const std::uint64_t Verbosity = settings->Verbosity;
+void testInteractions(const ScalableVector<std::uint64_t>& sampled,
+                      const ColumnTable<X, Y, W>& columns, W bestP, const LoopConditions& loops,
+                      ScalableVector<std::uint64_t>& chosen,
+                      ScalableVector<InteractionTest<W>>& tests) {
+    const std::uint64_t D = columns.size();
     tbb::concurrent_vector<W> pValues(D, W(1));
     tbb::concurrent_vector<std::uint64_t> partners(D, D);
     ScalableVector<std::uint64_t> positions(sampled.size() - 1);
     for (std::uint64_t i = 0; i < positions.size(); ++i) {
         positions[i] = i;
     }
-    forEachPredictor(positions,
+    forEachPredictor(Phase::InteractionTests, loops, positions,
                      ColumnInteractionTest<X, Y, W>{&sampled, &columns, &pValues, &partners,
-                                                    Verbosity},
-                     Verbosity == 0);
+                                                    loops.verbosity});
     std::uint64_t m = 0;
     for (std::uint64_t i = 1; i < D; ++i) {
         if (pValues[m] > pValues[i]) {
@@ -42,7 +41,7 @@ void Node<X, Y, W>::testInteractions(const ScalableVector<std::uint64_t>& sample
                 if (pValues[i] == q) {
                     chosen.push_back(i);
                     chosen.push_back(partners[i]);
-                    InteractionTests.push_back({i, partners[i], q});
+                    tests.push_back({i, partners[i], q});
                 }
             }
             std::sort(chosen.begin(), chosen.end());
@@ -52,8 +51,8 @@ void Node<X, Y, W>::testInteractions(const ScalableVector<std::uint64_t>& sample
             chosen.push_back(partners[m]);
         }
     }
-    if (InteractionTests.empty() && q < W(1)) {
-        InteractionTests.push_back({m, partners[m], q});
+    if (tests.empty() && q < W(1)) {
+        tests.push_back({m, partners[m], q});
     }
 }
 

@@ -14,8 +14,10 @@ namespace arbolin {
 // intersections of one bin of each (both lists by row number).
 template <class X, class Y, class W>
 W pairInteractionTest(const IndexedColumn<X, Y, W>& a, const IndexedColumn<X, Y, W>& b) {
-    const std::uint64_t nA = a.LevelRows.size();
-    const std::uint64_t nB = b.LevelRows.size();
+    const ScalableVector<RowList>& binsA = a.levels.LevelRows;
+    const ScalableVector<RowList>& binsB = b.levels.LevelRows;
+    const std::uint64_t nA = binsA.size();
+    const std::uint64_t nB = binsB.size();
     const std::uint64_t mA = nA + (a.missing_->empty() ? 0 : 1);
     const std::uint64_t mB = nB + (b.missing_->empty() ? 0 : 1);
     if (mA < 2 || mB < 2) {
@@ -24,9 +26,9 @@ W pairInteractionTest(const IndexedColumn<X, Y, W>& a, const IndexedColumn<X, Y,
     ScalableVector<RowList> cells;
     cells.reserve(mA * mB);
     for (std::uint64_t i = 0; i < mA; ++i) {
-        const RowList& first = i < nA ? a.LevelRows[i] : a.sortedMissing_;
+        const RowList& first = i < nA ? binsA[i] : a.sortedMissing_;
         for (std::uint64_t j = 0; j < mB; ++j) {
-            const RowList& second = j < nB ? b.LevelRows[j] : b.sortedMissing_;
+            const RowList& second = j < nB ? binsB[j] : b.sortedMissing_;
             RowList cell;
             std::set_intersection(first.begin(), first.end(), second.begin(), second.end(),
                                   std::back_inserter(cell));
@@ -35,7 +37,7 @@ W pairInteractionTest(const IndexedColumn<X, Y, W>& a, const IndexedColumn<X, Y,
             }
         }
     }
-    return a.contingencyTest(RowList(), cells, true);
+    return contingencyTest(a, RowList(), cells, true);
 }
 
 // For one position of the drawn list: the best p-value of its predictor

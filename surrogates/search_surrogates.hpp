@@ -16,7 +16,8 @@ template <class Y>
 void SurrogateSet<X, W>::searchSurrogates(
     const ScalableVector<std::unique_ptr<IndexedColumn<X, Y, W>>>& columns, const SplitRows& kids,
     const ScalableVector<std::uint64_t>& candidates, W minP, std::uint64_t surrogateCount,
-    std::uint64_t verbosity) {
+    const LoopConditions& loops) {
+    const std::uint64_t verbosity = loops.verbosity;
     clear();
     AssociationTable<W> assocPair(columns.size(),
                                   {std::uint64_t{0}, std::numeric_limits<W>::lowest()});
@@ -33,10 +34,9 @@ void SurrogateSet<X, W>::searchSurrogates(
         std::sort(sorted.right.begin(), sorted.right.end());
         lists = &sorted;
     }
-    forEachPredictor(candidates,
+    forEachPredictor(Phase::SurrogateSearch, loops, candidates,
                      ColumnAssociationSplitter<X, Y, W>{lists, minP, &columns, verbosity,
-                                                        &assocPair},
-                     verbosity == 0);
+                                                        &assocPair});
 
     // Drop what imitates no better than the default rule (and what was
     // never written), keeping the order; then the best first.
@@ -60,10 +60,11 @@ void SurrogateSet<X, W>::searchSurrogates(
         const auto& column = *columns[j];
         predictors.push_back(j);
         associations.push_back(association);
-        directions.push_back(column.surrogateSign_);
-        cutPoints.push_back(column.cutPoint(true));
-        levelPairs.push_back(column.splitLevels(true));
-        gains.push_back(column.surrogateGain_);
+        const ColumnSplit<X, W>& split = column.surrogateSplit;
+        directions.push_back(split.direction);
+        cutPoints.push_back(column.cutPoint(split));
+        levelPairs.push_back(column.splitLevels(split));
+        gains.push_back(split.gain);
     }
 }
 

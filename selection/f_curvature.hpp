@@ -5,41 +5,38 @@
 #include <algorithm>
 
 #include "columns/indexed_column.hpp"
+#include "selection/response_groups.hpp"
 #include "selection/tails.hpp"
 
 namespace arbolin {
 
+// The p-value of the column's values grouped by the response.
 template <class X, class Y, class W>
-W IndexedColumn<X, Y, W>::fTest() const {
-    const RowList& rows = *present_;
+W fTest(const IndexedColumn<X, Y, W>& column) {
+    const RowList& rows = *column.present_;
+    const X* x = column.x_;
+    const W* w = column.w_;
     const std::uint64_t N = rows.size();
-    const std::uint64_t K = classCount_;
-    if (N < std::max<std::uint64_t>(2 * minLeaf_, K + 1)) {
+    const std::uint64_t K = column.classCount_;
+    if (N < std::max<std::uint64_t>(2 * column.minLeaf_, K + 1)) {
         return W(1);
     }
-    // The classes, or in regression the rows below the node's mean and the rest.
-    const bool classification = K > 1;
-    const std::uint64_t groups = classification ? K : 2;
-    auto groupOf = [&](std::uint64_t r) -> std::uint64_t {
-        if (classification) {
-            return classOf(y_[r]);
-        }
-        return static_cast<W>(y_[r]) < nodeValue_ ? 0 : 1;
-    };
+    const ResponseGroups<X, Y, W> groupOf(column);
+    const std::uint64_t groups = groupOf.count();
     W T = 0;
     W sumXW = 0;
     for (std::uint64_t r : rows) {
-        T += w_[r];
+        T += w[r];
     }
     for (std::uint64_t r : rows) {
-        sumXW += static_cast<W>(x_[r]) * w_[r];
+        sumXW += static_cast<W>(x[r]) * w[r];
     }
     ScalableVector<W> V(groups, W(0));
     ScalableVector<W> A(groups, W(0));
     for (std::uint64_t r : rows) {
         const std::uint64_t g = groupOf(r);
-        V[g] += w_[r];
-        A[g] += static_cast<W>(x_[r]) * w_[r];
+        V[g] += w[r];
+        A[g] += static_cast<W>(x[r]) * w[r];
     }
     if (groups == 0) {
         return W(1);
@@ -62,8 +59,8 @@ W IndexedColumn<X, Y, W>::fTest() const {
     }
     W U = 0;
     for (std::uint64_t r : rows) {
-        const W d = static_cast<W>(x_[r]) - A[groupOf(r)];
-        U += w_[r] * d * d;
+        const W d = static_cast<W>(x[r]) - A[groupOf(r)];
+        U += w[r] * d * d;
     }
     const std::uint64_t v2 = N - G;
     const W u = U / static_cast<W>(v2);
@@ -74,7 +71,7 @@ W IndexedColumn<X, Y, W>::fTest() const {
     const W e = B / static_cast<W>(v1);
     const W F = e / u;
     const W p = fTail(v1, v2, F);
-    if (verbosity_ != 0) {
+    if (column.verbosity_ != 0) {
         calyxPrintf(
             "        Ftest with exp. var. = %13.10g   unexp. var. = %13.10g   v1 = %i   v2 = %i    "
             "pval = %13.10g\n",
