@@ -13,7 +13,7 @@
 namespace arbolin {
 
 template <class X, class Y, class W>
-struct TreeSettings {
+struct TreeSettings : GrowthSettings {
     const X* x = nullptr;  // rowCount by predictorCount, column-major
     std::uint64_t rowCount = 0;
     std::uint64_t predictorCount = 0;
@@ -24,20 +24,9 @@ struct TreeSettings {
     // Exactly one of the two is set.
     const ClassificationSplitCriterion<Y, W>* classificationCriterion = nullptr;
     const RegressionSplitCriterion<Y, W>* regressionCriterion = nullptr;
-    std::uint64_t MinLeaf = 0;
-    std::uint64_t MinParent = 0;
-    std::uint64_t MaxSplits = 0;
-    std::uint64_t SampleSize = 0;
-    std::uint64_t SurrogateCount = 0;
-    std::uint64_t MaxCat = 0;
-    std::uint64_t AlgCat = 0;
     // The caller's share of the root's risk; grow turns it into a risk.
     W RiskTolerance = 0;
-    bool CurvatureFlag = false;
-    bool InteractionFlag = false;
-    bool ChisqFlag = false;
     StreamHandle* stream = nullptr;
-    std::uint64_t Verbosity = 0;
 };
 
 }  // namespace arbolin

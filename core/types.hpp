@@ -72,4 +72,21 @@ std::uint64_t classOf(Y response) {
     return toCount(static_cast<double>(response));
 }
 
+// The caller's whole-number and yes/no settings of one tree, as the entry
+// point decodes them; the driver's arguments and the tree's settings both
+// hold them, so they are copied in one step.
+struct GrowthSettings {
+    std::uint64_t MinLeaf = 0;
+    std::uint64_t MinParent = 0;
+    std::uint64_t MaxSplits = 0;
+    std::uint64_t SampleSize = 0;
+    std::uint64_t SurrogateCount = 0;
+    std::uint64_t MaxCat = 0;
+    std::uint64_t AlgCat = 0;
+    bool CurvatureFlag = false;
+    bool InteractionFlag = false;
+    bool ChisqFlag = false;
+    std::uint64_t Verbosity = 0;
+};
+
 }  // namespace arbolin

@@ -9,9 +9,10 @@
 
 namespace arbolin {
 
-// The decoded arguments of one call, in the order of the entry point's
-// inputs. The row vector and the strings are lent by the entry point.
-struct CanopyArgs {
+// The decoded arguments of one call: the settings the tree keeps, and the
+// data and arguments the driver turns into its own. The row vector and the
+// strings are lent by the entry point.
+struct CanopyArgs : GrowthSettings {
     int outputCount = 0;
     cxArray** outputs = nullptr;
     std::uint64_t N = 0;  // rows of X
@@ -24,19 +25,8 @@ struct CanopyArgs {
     const std::string* criterion = nullptr;
     const std::string* parentFunction = nullptr;
     const std::string* kidsFunction = nullptr;
-    std::uint64_t MinLeaf = 0;
-    std::uint64_t MinParent = 0;
-    std::uint64_t MaxSplits = 0;
-    std::uint64_t SampleSize = 0;
-    std::uint64_t SurrogateCount = 0;
-    std::uint64_t MaxCat = 0;
-    std::uint64_t AlgCat = 0;
     const cxArray* CostArg = nullptr;
-    bool CurvatureFlag = false;
-    bool InteractionFlag = false;
-    bool ChisqFlag = false;
     const cxArray* StreamArg = nullptr;
-    std::uint64_t Verbosity = 0;
     double RiskTolerance = 0;
 };
 
