@@ -54,27 +54,6 @@ std::string shown(T v) {
     return std::string(text.data(), end);
 }
 
-std::string className(cxClassID id) {
-    switch (id) {
-    case cxCELL_CLASS: return "cell";
-    case cxOBJECT_CLASS: return "object";
-    case cxLOGICAL_CLASS: return "logical";
-    case cxCHAR_CLASS: return "char";
-    case cxEXCEPTION_CLASS: return "exception";
-    case cxDOUBLE_CLASS: return "double";
-    case cxSINGLE_CLASS: return "single";
-    case cxINT8_CLASS: return "int8";
-    case cxUINT8_CLASS: return "uint8";
-    case cxINT16_CLASS: return "int16";
-    case cxUINT16_CLASS: return "uint16";
-    case cxINT32_CLASS: return "int32";
-    case cxUINT32_CLASS: return "uint32";
-    case cxINT64_CLASS: return "int64";
-    case cxUINT64_CLASS: return "uint64";
-    default: return "unknown";
-    }
-}
-
 // "a 2 by 3 double array", for the end of a message.
 std::string described(const cxArray* a) {
     if (a == nullptr) return "nothing";
@@ -86,7 +65,7 @@ std::string described(const cxArray* a) {
     for (std::uint64_t k = 0; k < cxGetNumberOfDimensions(a); ++k) {
         dims += (k == 0 ? "" : " by ") + std::to_string(d[k]);
     }
-    const std::string cls = className(cxGetClassID(a));
+    const std::string cls = numora::classIdName(cxGetClassID(a));
     return "a " + dims + " " + cls + (cls == "cell" ? "" : " array");
 }
 
@@ -287,7 +266,7 @@ std::uint64_t checkCost(const cxArray* cost, const Criterion& criterion, cxClass
     if (cxGetN(cost) == 0) return 0;
     const std::uint64_t K = cxGetN(cost);
     if (cxGetClassID(cost) != weightClass || !isMatrix(cost) || cxGetM(cost) != K) {
-        failType(input::CostArg, "must be empty or a square " + className(weightClass) +
+        failType(input::CostArg, "must be empty or a square " + numora::classIdName(weightClass) +
                                      " matrix (the class of W), not " + described(cost));
     }
     if (criterion.regression()) {

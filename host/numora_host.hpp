@@ -28,6 +28,8 @@ NUMORA_API cxArray* cxCreateLogicalScalar(bool value);
 // Object arrays: `count` elements of class `className`, no properties yet.
 NUMORA_API cxArray* cxCreateObject(const std::string& className, std::uint64_t count = 1);
 NUMORA_API std::string cxGetObjectClassName(const cxArray* a);
+// The name of a class for messages: "double", "cell", "int8", ...
+NUMORA_API std::string classIdName(cxClassID cls);
 // Sets a property of element `index`; the object takes ownership of `value`.
 NUMORA_API void cxSetProperty(cxArray* a, std::uint64_t index, const std::string& name,
                               cxArray* value);
