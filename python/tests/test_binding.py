@@ -280,23 +280,6 @@ def test_streams_are_numbered_apart_and_keep_their_seed():
         arbolin.Stream(-1)
 
 
-
-def test_stream_keeps_its_state_from_call_to_call():
-    # Each predictor splits the classes alike, so the root splits on the one
-    # predictor drawn from the stream.
-    x = np.arange(8.0)
-    inputs = make_inputs(np.column_stack([x * (j + 1) for j in range(4)]), (x >= 4) * 1.0,
-                         sample_size=1, max_splits=1, min_parent=2)
-
-    def cut_vars(stream, calls=8):
-        inputs[18] = stream
-        return [int(arbolin.calyx(7, inputs)[6][0, 0]) for _ in range(calls)]
-
-    drawn = cut_vars(arbolin.Stream(5))
-    assert set(drawn) <= {1, 2, 3, 4} and len(set(drawn)) > 1
-    assert cut_vars(arbolin.Stream(5)) == drawn
-
-
 def test_module_exports_only_its_two_entry_points():
     # Everything else stays hidden, so modules cannot clash in the host.
     library = os.path.join(os.path.dirname(arbolin.__file__), "libarbolin.so")

@@ -14,89 +14,19 @@ import numpy as np
 import pytest
 
 import arbolin
-from arbolin import Cell, HostError
-from conftest import EMPTY, OUTPUTS, assert_value, make_inputs
+from arbolin import HostError
+from conftest import (COST, EMPTY, F4, F8, OUTPUTS, assert_same, assert_value, custom, deviance,
+                      gini_functions, gini_value, grow_text, make_inputs, random_data)
 
-F8, F4 = np.float64, np.float32
 IDS = "tallix:silvan:learning:treeutils:CustomClassificationSplitCriterion:"
-LN4 = 1.3862943611198906
-# C[i, k]: the cost of assigning to class k a row of true class i.
-COST = np.array([[0.0, 1.0, 2.0], [1.0, 0.0, 1.0], [3.0, 1.0, 0.0]])
 PARENT_FAILED = "The split criterion function 'myparent' failed on the class weights of a node.\n"
 KIDS_FAILED = "The split criterion function 'mykids' failed on the class weights of two children.\n"
 
 
-# ------------------------------------------------------------- helpers
-
-def gini_value(v):
-    """Gini of a K by 1 column of class weights with the module's own
-    arithmetic: in the column's precision, every sum in order from the first."""
-    t = v.dtype.type
-    s = t(0)
-    for x in v[:, 0]:
-        s = t(s + x)
-    q = t(0)
-    for x in v[:, 0]:
-        p = t(x / s)
-        q = t(q + p * p)
-    return t((t(1) - q) * s)
-
-
-def gini_functions(seen=None, threads=None):
-    """myparent and mykids of a Gini criterion, noting their arguments and
-    the threads that call them."""
-    def note(*values):
-        if threads is not None:
-            threads.add(threading.get_ident())
-        if seen is not None:
-            seen.append(values)
-
-    def myparent(v):
-        note(v)
-        return np.array([[gini_value(v)]], v.dtype)
-
-    def mykids(a, b):
-        note(a, b)
-        return np.array([[gini_value(a) + gini_value(b)]], a.dtype)
-
-    return {"myparent": myparent, "mykids": mykids}
-
-
-def custom(kids=""):
-    return Cell((1, 2), ["myparent", kids])
-
-
-def data(seed, n=60, d=3, k=3, nan=0.1):
-    """Predictors on a grid (with ties), NaN in some, k classes that follow
-    them loosely, small integer weights (sums of weights stay exact)."""
-    rng = np.random.default_rng(seed)
-    X = np.round(rng.random((n, d)) * 20) / 20
-    score = X[:, 0] + 0.6 * X[:, 1] + 0.5 * rng.random(n)
-    Y = np.searchsorted(np.quantile(score, np.arange(1, k) / k), score).astype(float)
-    X[rng.random((n, d)) < nan] = np.nan
-    return X, Y, rng.integers(1, 4, n).astype(float)
-
-
-def run(inputs, **kwargs):
-    """The 22 outputs by name and the printed text."""
-    out = []
-    return dict(zip(OUTPUTS, arbolin.calyx(22, inputs, out=out, **kwargs))), "".join(out)
-
-
-def assert_same(actual, expected, where="output"):
-    """Bit for bit: same class, shape and bytes."""
-    if isinstance(expected, dict):
-        for name in OUTPUTS:
-            assert_same(actual[name], expected[name], name)
-    elif isinstance(expected, Cell):
-        assert isinstance(actual, Cell) and actual.shape == expected.shape, where
-        for i, (a, e) in enumerate(zip(actual.data, expected.data)):
-            assert_same(a, e, f"{where}[{i}]")
-    elif isinstance(expected, np.ndarray):
-        assert actual.dtype == expected.dtype and actual.shape == expected.shape, where
-        assert actual.tobytes() == expected.tobytes(), f"{where}: {actual} != {expected}"
-    else:
-        assert type(actual) is type(expected) and actual == expected, where
+def data(seed, n=60):
+    """Three predictors on a grid (with ties), NaN in some, three classes
+    that follow them loosely, small integer weights."""
+    return random_data(seed, n, weighted=True, nan=0.1, grid=20)
 
 
 # ---------------------------------------------------- the cost correction
@@ -112,15 +42,10 @@ TWO_COST = np.array([[0.0, 3.0], [1.0, 0.0]])
 FACTORS = {"error": [1.0, 1.0]}
 
 
-def deviance_value(c):
-    p = c / c.sum()
-    return -(p * np.log(np.where(p > 0, p, 1))).sum() / LN4 * c.sum()
-
-
 RISK = {
     "gini": lambda c: gini_value(c[:, None]),
     "custom": lambda c: gini_value(c[:, None]),
-    "deviance": deviance_value,
+    "deviance": deviance,
     "twoing": lambda c: 0.0,
     "error": lambda c: min(sum(c[i] * TWO_COST[i, k] for i in range(2)) for k in range(2)),
 }
@@ -132,7 +57,7 @@ def test_two_class_costs_reweight_every_node(criterion, w):
     seen = []
     inputs = make_inputs(TWO_X, TWO_Y, W=np.ones(6, w), cost=TWO_COST.astype(w), min_parent=2,
                          verbosity=1, criterion=custom() if criterion == "custom" else criterion)
-    t, text = run(inputs, functions=gini_functions(seen))
+    t, text = grow_text(inputs, functions=gini_functions(seen))
     factors = np.array(FACTORS.get(criterion, [1.5, 0.5]), w)
     sums = re.findall(r"  Corrected NodeProb = (.*)\n", text)
     vectors = re.findall(r"  Corrected ClassProb: (.*)\n", text)
@@ -172,8 +97,8 @@ def test_unit_costs_change_nothing(criterion, w, verbosity):
     X, Y, W = data(3)
     settings = dict(W=W.astype(w), criterion=criterion, min_parent=4, surrogates=2,
                     verbosity=verbosity)
-    plain = run(make_inputs(X, Y, **settings))
-    costly = run(make_inputs(X, Y, cost=(1 - np.eye(3)).astype(w), **settings))
+    plain = grow_text(make_inputs(X, Y, **settings))
+    costly = grow_text(make_inputs(X, Y, cost=(1 - np.eye(3)).astype(w), **settings))
     assert plain[0]["NodeSize"].shape[0] > 7
     # A node's class weights come back from its shares times its weight, so
     # they need not be whole: then the sum of the others that the costs give
@@ -194,9 +119,9 @@ def test_python_gini_grows_the_gini_tree(kids, w, verbosity):
     X, Y, W = data(5)
     settings = dict(W=W.astype(w), min_parent=3, surrogates=2, verbosity=verbosity)
     seen, threads = [], set()
-    expected, text = run(make_inputs(X, Y, **settings))
-    t, custom_text = run(make_inputs(X, Y, criterion=custom(kids), **settings),
-                         functions=gini_functions(seen, threads))
+    expected, text = grow_text(make_inputs(X, Y, **settings))
+    t, custom_text = grow_text(make_inputs(X, Y, criterion=custom(kids), **settings),
+                               functions=gini_functions(seen, threads))
     assert expected["NodeSize"].shape[0] > 9
     assert_same(t, expected)
     assert custom_text == text
@@ -294,7 +219,7 @@ def test_many_trees_with_costs_and_call_backs_on_worker_threads():
         t = arbolin.calyx(22, make_inputs(X, Y, criterion=custom(("", "mykids")[seed // 2 % 2]),
                                           **settings), functions=functions)
         assert t[0].shape[1] > 5
-        assert_same(dict(zip(OUTPUTS, t)), dict(zip(OUTPUTS, expected)))
+        assert_same(t, expected)
 
     for seed in range(10):           # warm up: worker threads, caches, the allocator
         tree(seed)
