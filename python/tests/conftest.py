@@ -80,49 +80,33 @@ def node_text(prob, shares, counts, risk):
 
 # ------------------------------------------------------------ comparisons
 
-def assert_value(actual, expected, where="value"):
-    """Same type, class, shape and contents. Floating values are compared to
-    a relative 1e-12 (1e-6 in single precision), NaN equal to NaN."""
-    if isinstance(expected, Cell):
-        assert isinstance(actual, Cell), f"{where}: {actual!r} is not a Cell"
-        assert actual.shape == expected.shape, f"{where}: shape {actual.shape}"
-        for i, (a, e) in enumerate(zip(actual.data, expected.data)):
-            assert_value(a, e, f"{where}[{i}]")
-    elif isinstance(expected, np.ndarray):
-        assert isinstance(actual, np.ndarray), f"{where}: {actual!r} is not an array"
-        assert actual.dtype == expected.dtype, f"{where}: dtype {actual.dtype}"
-        assert actual.shape == expected.shape, f"{where}: shape {actual.shape}"
-        if expected.dtype.kind == "f":
-            rtol = 1e-6 if expected.dtype == np.float32 else 1e-12
-            np.testing.assert_allclose(actual, expected, rtol=rtol, atol=0, equal_nan=True,
-                                       err_msg=where)
-        else:
-            np.testing.assert_array_equal(actual, expected, err_msg=where)
-    else:
-        assert type(actual) is type(expected) and actual == expected, \
-            f"{where}: {actual!r} != {expected!r}"
-
-
-def assert_same(actual, expected, where="outputs"):
-    """Bit for bit: same class, shape and bytes. Outputs come as dicts by
-    name or as sequences in the order of the outputs."""
+def assert_same(actual, expected, where="outputs", close=False):
+    """Same class, shape and contents: bit for bit, or with `close` floating
+    values to a relative 1e-12 (1e-6 in single precision), NaN equal to NaN.
+    Outputs come as dicts by name or as sequences in the order of the outputs."""
     if isinstance(expected, dict):
         assert actual.keys() == expected.keys(), where
         for name in expected:
-            assert_same(actual[name], expected[name], name)
+            assert_same(actual[name], expected[name], name, close)
     elif isinstance(expected, (tuple, list)):
         assert len(actual) == len(expected), where
         for name, a, e in zip(OUTPUTS, actual, expected):
-            assert_same(a, e, name)
+            assert_same(a, e, name, close)
     elif isinstance(expected, Cell):
-        assert isinstance(actual, Cell) and actual.shape == expected.shape, where
+        assert isinstance(actual, Cell) and actual.shape == expected.shape, f"{where}: {actual!r}"
         for i, (a, e) in enumerate(zip(actual.data, expected.data)):
-            assert_same(a, e, f"{where}[{i}]")
+            assert_same(a, e, f"{where}[{i}]", close)
     elif isinstance(expected, np.ndarray):
-        assert actual.dtype == expected.dtype and actual.shape == expected.shape, where
-        assert actual.tobytes() == expected.tobytes(), f"{where}: {actual} != {expected}"
+        assert isinstance(actual, np.ndarray), f"{where}: {actual!r} is not an array"
+        assert (actual.dtype, actual.shape) == (expected.dtype, expected.shape), f"{where}: {actual!r}"
+        if close and expected.dtype.kind == "f":
+            np.testing.assert_allclose(actual, expected, rtol=1e-6 if expected.dtype == F4 else 1e-12,
+                                       atol=0, equal_nan=True, err_msg=where)
+        else:
+            assert actual.tobytes() == expected.tobytes(), f"{where}: {actual} != {expected}"
     else:
-        assert type(actual) is type(expected) and actual == expected, where
+        assert type(actual) is type(expected) and actual == expected, \
+            f"{where}: {actual!r} != {expected!r}"
 
 
 # ----------------------------------------------------- reference criteria

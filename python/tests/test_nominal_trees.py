@@ -1,8 +1,7 @@
 """Trees on nominal predictors: the level lists that a split writes and the
 rows they route, values of one class merged into one level, the choice among
 the search methods, the partitions found against a brute-force enumeration,
-the errors of the methods, the printed progress, and serial against parallel
-runs."""
+and the printed progress of a search (numeric ones too)."""
 
 import re
 

@@ -103,17 +103,6 @@ def budget_tree(max_splits, reverse=False, verbosity=0):
                                  max_splits=max_splits, verbosity=verbosity))
 
 
-@pytest.mark.parametrize("max_splits, nodes, branches", [
-    (0, 1, []), (1, 3, [1]), (3, 7, [1, 2, 3]), (100, 15, [1, 2, 3, 4, 5, 6, 7])])
-def test_budget_limits_the_layers(max_splits, nodes, branches):
-    t, _ = budget_tree(max_splits)
-    assert t["NodeSize"].shape[0] == nodes
-    assert [i + 1 for i in np.flatnonzero(col(t, "IsBranch"))] == branches
-    # Nodes after the last kept layer are never searched, though they could split.
-    assert (col(t, "CutVar")[np.logical_not(col(t, "IsBranch"))] == 0).all()
-    assert (col(t, "Gain")[np.logical_not(col(t, "IsBranch"))] == 0).all()
-
-
 @pytest.mark.parametrize("reverse", [False, True], ids=["right-kept", "left-kept"])
 def test_budget_keeps_the_split_of_larger_gain(reverse):
     t, text = budget_tree(2, reverse, verbosity=2)
@@ -130,7 +119,7 @@ def test_budget_keeps_the_split_of_larger_gain(reverse):
     assert "Will keep" not in text and "Unsplitting" not in text
 
 
-@pytest.mark.parametrize("max_splits", [2, 4, 7, 12])
+@pytest.mark.parametrize("max_splits", [1, 2, 4, 7, 12])
 def test_budget_keeps_the_best_splits_of_the_last_layer(max_splits):
     crit = CRITERIA["gini"]
     X, Y, W = random_data(11, n=120)
@@ -162,35 +151,26 @@ def depths(t):
 
 # ------------------------------------------------------------- stops
 
-def stopped_root(criterion, y, **settings):
-    """Grows a tree on x = 0, 1, ...; whether the root was searched at all
-    (its predictor sorted), and the number of nodes."""
-    out = []
-    inputs = make_inputs(np.arange(len(y), dtype=float)[:, None], np.array(y, dtype=float),
-                         criterion=criterion, verbosity=2, **settings)
-    nodes = arbolin.calyx(1, inputs, out=out)[0].shape[1]
-    return "Sorting variable 0...\n" in "".join(out).split("    Found")[0], nodes
-
-
-@pytest.mark.parametrize("criterion", ["gini", "mse"])
-@pytest.mark.parametrize("min_parent, searched, nodes", [(3, True, 3), (4, True, 3),
-                                                         (5, False, 1)])
-def test_node_of_min_parent_rows_is_searched(criterion, min_parent, searched, nodes):
-    assert stopped_root(criterion, [0, 0, 1, 1], min_parent=min_parent) == (searched, nodes)
-
-
-@pytest.mark.parametrize("criterion", ["gini", "deviance", "twoing", "error", "gdi"])
-def test_pure_node_is_not_searched(criterion):
-    assert stopped_root(criterion, [1] * 6, min_parent=1) == (False, 1)
-
-
-@pytest.mark.parametrize("criterion, y, searched", [("gini", [0, 1, 0, 1], True),
-                                                    ("mse", [0, 1, 2, 3], False)])
-def test_node_without_weight_is_not_split(criterion, y, searched):
+@pytest.mark.parametrize("criterion, y, settings, searched, nodes", [
+    # A node of MinParent rows or more is searched.
+    *[(c, [0, 0, 1, 1], dict(min_parent=m), m < 5, 3 if m < 5 else 1)
+      for c in ("gini", "mse") for m in (3, 4, 5)],
+    # A pure node is not.
+    *[(c, [1] * 6, dict(min_parent=1), False, 1)
+      for c in ("gini", "deviance", "twoing", "error", "gdi")],
     # In regression the weight 0 stops the node at once; in classification
     # the class shares are 0 / 0 and a NaN weight passes that test, but the
     # search finds no weight to split.
-    assert stopped_root(criterion, y, W=np.zeros(4), min_parent=1) == (searched, 1)
+    ("gini", [0, 1, 0, 1], dict(W=np.zeros(4), min_parent=1), True, 1),
+    ("mse", [0, 1, 2, 3], dict(W=np.zeros(4), min_parent=1), False, 1)])
+def test_node_stops(criterion, y, settings, searched, nodes):
+    # Whether the root was searched at all (its predictor sorted), and the
+    # number of nodes of a tree on x = 0, 1, ...
+    t, text = grow_text(make_inputs(np.arange(len(y), dtype=float)[:, None],
+                                    np.array(y, dtype=float), criterion=criterion, verbosity=2,
+                                    **settings))
+    assert ("Sorting variable 0...\n" in text.split("    Found")[0]) == searched
+    assert t["NodeSize"].shape[0] == nodes
 
 
 @pytest.mark.parametrize("risk_tol, nodes", [

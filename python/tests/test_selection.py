@@ -14,6 +14,7 @@ from scipy import stats
 
 import arbolin
 from conftest import F4, F8, assert_same, col, grow_text, make_inputs, random_data
+
 ROOT = "    Splitting node 0...\n"
 
 

@@ -7,7 +7,7 @@ import numpy as np
 import pytest
 
 from arbolin import Cell
-from conftest import (CRITERIA, F4, F8, NAN, OUTPUTS, assert_value, check_tree, col, gini, grow,
+from conftest import (CRITERIA, F4, F8, NAN, OUTPUTS, assert_same, check_tree, col, gini, grow,
                       grow_text, make_inputs, sse)
 
 LISTS = OUTPUTS[16:]        # levels, directions, cut points, predictors, gains, associations
@@ -208,7 +208,7 @@ def test_nominal_and_numeric_surrogates_in_the_outputs(x, y, w, surrogates):
                          surrogates=surrogates))
     if not surrogates:
         for name in LISTS:
-            assert_value(t[name], Cell((0, 0)), name)
+            assert_same(t[name], Cell((0, 0)), name, close=True)
         assert col(t, "NodeSize").tolist() == [10, 4, 4] and col(t, "HasUnroutedRows")[0]
         return
     # x2's own split is perfect on its 8 rows (risk 5 in the share 8/10);
@@ -224,7 +224,7 @@ def test_nominal_and_numeric_surrogates_in_the_outputs(x, y, w, surrogates):
     ]
     for name, first in zip(LISTS, expected):
         empty = Cell((0, 0)) if name == LISTS[0] else np.zeros((0, 0), first.dtype)
-        assert_value(t[name], Cell((3, 1), [first, empty, empty]), name)
+        assert_same(t[name], Cell((3, 1), [first, empty, empty]), name, close=True)
     assert col(t, "NodeSize").tolist() == [10, 5, 5]
     assert t["ClassCount"].tolist() == [[5, 5, 0], [5, 0, 5]]
     assert not col(t, "HasUnroutedRows").any()
