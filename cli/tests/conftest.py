@@ -27,25 +27,25 @@ def needs_the_tool():
         pytest.skip("ARBOLIN_CLI names no binary")
 
 
-def run(*args, cwd=None, **kwargs):
-    """The finished process. Files in `cwd` go by their names, as messages name them."""
+def run(*args, cwd=None, status=None, **kwargs):
+    """The finished process, of the exit status given. Files in `cwd` go by
+    their names, as messages name them."""
     names = [a.name if isinstance(a, Path) and cwd and a.parent == Path(cwd) else str(a)
              for a in args]
-    return subprocess.run([CLI, *names], capture_output=True, text=True, cwd=cwd, timeout=60,
+    done = subprocess.run([CLI, *names], capture_output=True, text=True, cwd=cwd, timeout=60,
                           **kwargs)
+    assert status is None or done.returncode == status, done.stderr
+    return done
 
 
 def fit(tmp_path, data, *options, model="model.json"):
     """Grows a tree into tmp_path / model; returns the model JSON and the finished process."""
-    done = run("fit", data, "--output", model, *options, cwd=tmp_path)
-    assert done.returncode == 0, done.stderr
+    done = run("fit", data, "--output", model, *options, cwd=tmp_path, status=0)
     return json.loads((tmp_path / model).read_text()), done
 
 
 def predict(model, data, *options):
-    done = run("predict", model, data, *options, cwd=model.parent)
-    assert done.returncode == 0, done.stderr
-    return done.stdout
+    return run("predict", model, data, *options, cwd=model.parent, status=0).stdout
 
 
 def predictions(text):

@@ -141,8 +141,7 @@ def test_a_saved_model_reloads_to_the_same_tree(tmp_path):
     header, rows = mixed_rows(5)
     data = write_csv(tmp_path / "m.csv", header[:5], [r[:5] for r in rows])
     model, done = fit(tmp_path, data, "--response", "grade", "--surrogates", "1")
-    shown = run("show", tmp_path / "model.json")
-    assert shown.returncode == 0, shown.stderr
+    shown = run("show", tmp_path / "model.json", status=0)
     tree = done.stdout.split(":\n", 1)[1].split("nodes ")[0]
     assert shown.stdout == tree
     assert "colour in {" in tree and "(missing " in tree
@@ -154,7 +153,8 @@ def test_a_saved_model_reloads_to_the_same_tree(tmp_path):
 def test_iris_rules_and_summary(tmp_path):
     model, done = fit(tmp_path, "iris")
     printed = done.stdout
-    assert "2) petal_length < 2.45  n=50  setosa  (setosa 1, versicolor 0, virginica 0) *" in printed
+    assert ("2) petal_length < 2.45  n=50  setosa  (setosa 1, versicolor 0, virginica 0) *"
+            in printed)
     assert "3) petal_length >= 2.45" in printed
     assert "nodes 11, leaves 6, depth 4" in printed and "training accuracy 0.98" in printed
     assert model["options"]["criterion"] == "gini" and model["options"]["max-splits"] == 149
@@ -162,8 +162,7 @@ def test_iris_rules_and_summary(tmp_path):
 
 
 def test_demo_runs_the_main_job(tmp_path):
-    done = run("demo", "--output-dir", tmp_path)
-    assert done.returncode == 0, done.stderr
+    done = run("demo", "--output-dir", tmp_path, status=0)
     assert "training accuracy" in done.stdout and "training R-squared" in done.stdout
     assert (tmp_path / "iris.model.json").exists() and (tmp_path / "diabetes.dot").exists()
 
@@ -238,8 +237,7 @@ def test_predict_follows_surrogates_of_a_handmade_model(tmp_path):
     ]
     data = write_csv(tmp_path / "rows.csv", ["colour", "z", "x"],
                      [[c, z, x] for x, z, c, _ in cases])
-    done = run("predict", tmp_path / "hand.json", data)
-    assert done.returncode == 0, done.stderr
+    done = run("predict", tmp_path / "hand.json", data, status=0)
     assert [int(r["node"]) for r in csv.DictReader(done.stdout.splitlines())] == \
         [node for *_, node in cases]
     assert "2 value(s) of colour" in done.stderr
@@ -261,8 +259,8 @@ def many_levels(path, levels=40, rows=400):
 
 @pytest.mark.parametrize("options", [["--nominal-method", "exact"], ["--max-cat", "40"]])
 def test_a_long_exact_search_is_refused_with_its_size(tmp_path, options):
-    done = run("fit", many_levels(tmp_path / "d.csv"), "--output", tmp_path / "m.json", *options)
-    assert done.returncode == 2, done.stderr
+    done = run("fit", many_levels(tmp_path / "d.csv"), "--output", tmp_path / "m.json", *options,
+               status=2)
     # 2^39 - 1 partitions of 40 levels
     for part in (options[0], "5.498e+11 partitions", "--allow-long-search",
                  "state (40 levels, 3 classes)"):
@@ -304,5 +302,5 @@ def test_ctrl_c_stops_a_fit(tmp_path, case):
 
 def test_a_missing_module_shows_its_identifier(tmp_path):
     env = dict(os.environ, ARBOLIN_MODULE=str(tmp_path / "none.so"))
-    done = run("fit", "iris", "--output", tmp_path / "m.json", env=env)
-    assert done.returncode == 3 and "numora:module:" in done.stderr
+    done = run("fit", "iris", "--output", tmp_path / "m.json", env=env, status=3)
+    assert "numora:module:" in done.stderr

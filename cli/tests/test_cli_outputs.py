@@ -66,14 +66,12 @@ def test_a_failed_write_leaves_the_old_file_whole(tmp_path, command, name):
     out.chmod(0o640)
     before = sorted(os.listdir(tmp_path))
     args = [a.format(model=tmp_path / "model.json", out=out) for a in command]
-    done = run(*args, preexec_fn=limit_file_size(1000))
-    assert done.returncode == 1, done.stderr
+    done = run(*args, preexec_fn=limit_file_size(1000), status=1)
     assert f"cannot write {out}: File too large" in done.stderr
     assert out.read_text() == "the old file\n"
     assert sorted(os.listdir(tmp_path)) == before  # no temporary file left behind
     # Without the limit the file is replaced, keeping its mode.
-    done = run(*args)
-    assert done.returncode == 0, done.stderr
+    done = run(*args, status=0)
     assert out.read_text() != "the old file\n"
     assert stat.S_IMODE(out.stat().st_mode) == 0o640
 
@@ -84,8 +82,7 @@ def test_a_link_stays_a_link_and_a_pipe_a_pipe(tmp_path):
     link = tmp_path / "link.json"
     link.symlink_to(target)
     fit(tmp_path, "iris")
-    done = run("fit", "iris", "--output", link)
-    assert done.returncode == 0, done.stderr
+    done = run("fit", "iris", "--output", link, status=0)
     assert link.is_symlink() and json.loads(target.read_text())["format"] == "arbolin model"
 
     pipe = tmp_path / "pipe"
@@ -105,8 +102,8 @@ def test_a_read_only_output_is_not_replaced(tmp_path):
     out = tmp_path / "locked.json"
     out.write_text("kept\n")
     out.chmod(0o444)
-    done = run("fit", "iris", "--output", out)
-    assert done.returncode == 1 and f"cannot write {out}: Permission denied" in done.stderr
+    done = run("fit", "iris", "--output", out, status=1)
+    assert f"cannot write {out}: Permission denied" in done.stderr
     assert out.read_text() == "kept\n"
 
 
@@ -218,13 +215,12 @@ def test_predict_needs_only_the_split_columns(tmp_path):
     header, cols = read_columns(DATA / "iris.csv")
     keep = [h for h in header if h in splits]
     data = write_csv(tmp_path / "few.csv", keep, zip(*[cols[header.index(h)] for h in keep]))
-    done = run("predict", tmp_path / "model.json", data)
-    assert done.returncode == 0 and done.stderr == ""
+    done = run("predict", tmp_path / "model.json", data, status=0)
+    assert done.stderr == ""
     assert done.stdout == run("predict", tmp_path / "model.json", "iris").stdout
 
     data = write_csv(tmp_path / "none.csv", ["sepal_length"], [[1]])
-    done = run("predict", tmp_path / "model.json", data)
-    assert done.returncode == 1
+    done = run("predict", tmp_path / "model.json", data, status=1)
     assert f'none.csv has no columns "{sorted(splits, key=names.index)[0]}", ' in done.stderr
     assert "which the model uses in its splits" in done.stderr
 
@@ -257,8 +253,8 @@ def test_an_absent_surrogate_column_counts_as_missing(tmp_path):
 def test_an_unreadable_model_is_named(tmp_path):
     fit(tmp_path, "iris")
     (tmp_path / "model.json").chmod(0)
-    done = run("show", tmp_path / "model.json")
-    assert done.returncode == 1 and "model.json: Permission denied" in done.stderr
+    done = run("show", tmp_path / "model.json", status=1)
+    assert "model.json: Permission denied" in done.stderr
 
 
 def test_a_nominal_split_needs_levels_on_both_sides(tmp_path):
@@ -268,16 +264,14 @@ def test_a_nominal_split_needs_levels_on_both_sides(tmp_path):
     n = len(column(model, "NodeSize"))
     model["outputs"]["SplitLevels"]["data"][n] = None  # node 1's right levels
     (tmp_path / "bad.json").write_text(json.dumps(model))
-    done = run("show", tmp_path / "bad.json")
-    assert done.returncode == 1
+    done = run("show", tmp_path / "bad.json", status=1)
     assert "output SplitLevels sends no level of sex to one side of node 1" in done.stderr
 
 
 # ------------------------------------------------------------- commands
 
 def test_version():
-    done = run("--version")
-    assert done.returncode == 0
+    done = run("--version", status=0)
     assert re.fullmatch(r"arbolin \d+\.\d+\.\d+ \(module interface \d+\.\d+\)\n", done.stdout)
 
 
@@ -295,8 +289,7 @@ def test_many_classes_get_a_warning(tmp_path, classes, rows, text, warned):
     data = write_csv(tmp_path / "d.csv", ["x", "y"],
                      [[i % 7, label(i % classes)] for i in range(rows)])
     done = run("fit", data, "--classification", "--max-splits", "1", "--quiet",
-               "--output", tmp_path / "m.json")
-    assert done.returncode == 0, done.stderr
+               "--output", tmp_path / "m.json", status=0)
     warning = (f"arbolin: warning: the response y has {classes} distinct values in {rows} "
                "rows, each of them a class")
     assert (warning in done.stderr) == warned

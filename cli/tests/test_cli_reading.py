@@ -62,14 +62,12 @@ def test_a_few_tokens_in_a_numeric_column_are_named_and_can_be_read_as_missing(t
     assert predict(tmp_path / "read.json", tokens) == expected
     assert predict(tmp_path / "blank.json", tokens, "--missing", "n/a", "--missing", "-") == \
         expected
-    done = run("predict", tmp_path / "blank.json", tokens)
-    assert done.returncode == 1
+    done = run("predict", tmp_path / "blank.json", tokens, status=1)
     assert 'data.csv, line 6, column 1 (x): "n/a" is not a number, and x is a numeric ' \
         "predictor; --missing n/a reads it as missing" in done.stderr
 
     # --numeric: the first token is an error at its place.
-    done = run("fit", tokens, "--numeric", "x", "--output", tmp_path / "n.json")
-    assert done.returncode == 1
+    done = run("fit", tokens, "--numeric", "x", "--output", tmp_path / "n.json", status=1)
     assert 'data.csv, line 6, column 1 (x): "n/a" is not a number, and --numeric makes x ' \
         "numeric" in done.stderr
 
@@ -121,8 +119,7 @@ def test_single_precision_refuses_what_it_cannot_hold(tmp_path, column, value, o
     rows[2][header.index(column)] = value
     data = write(tmp_path / "d.csv", header, rows)
     fit(tmp_path, data, *options)  # double precision holds it
-    done = run("fit", data, "--single", "--output", tmp_path / "s.json", *options)
-    assert done.returncode == 1
+    done = run("fit", data, "--single", "--output", tmp_path / "s.json", *options, status=1)
     assert f'd.csv, {place}: "{value}" is beyond the range of single precision, which ' \
         "--single needs" in done.stderr
 
@@ -130,8 +127,7 @@ def test_single_precision_refuses_what_it_cannot_hold(tmp_path, column, value, o
 def test_single_precision_refuses_a_cost_beyond_its_range(tmp_path):
     (tmp_path / "cost.csv").write_text("0,1,1\n1,0,1e39\n1,1,0\n")
     fit(tmp_path, "iris", "--cost", "cost.csv")
-    done = run("fit", "iris", "--cost", "cost.csv", "--single", cwd=tmp_path)
-    assert done.returncode == 1
+    done = run("fit", "iris", "--cost", "cost.csv", "--single", cwd=tmp_path, status=1)
     assert "cost.csv, line 2, column 3: 1e39 is beyond the range of single precision" in \
         done.stderr
 
@@ -156,8 +152,7 @@ def test_latin1_is_refused_with_its_place_and_read_with_the_option(tmp_path):
     header, rows = cities()
     latin = write(tmp_path / "latin.csv", header, rows, encoding="latin-1")
     utf8 = write(tmp_path / "utf8.csv", header, rows)
-    done = run("fit", latin, "--output", tmp_path / "m.json")
-    assert done.returncode == 1
+    done = run("fit", latin, "--output", tmp_path / "m.json", status=1)
     assert "latin.csv, line 1, column 2: byte 0xF6 is not valid UTF-8; if the file is " \
         "Latin-1, read it with --encoding latin1" in done.stderr
 
@@ -184,8 +179,7 @@ LISTS = [
 def test_a_list_option_takes_one_value_and_adds_up(tmp_path, flag, one, _, other, both):
     header, rows = measurements()
     data = write(tmp_path / "d.csv", header, rows)
-    before = run("fit", flag, one, data, "--output", tmp_path / "before.json")
-    assert before.returncode == 0, before.stderr
+    before = run("fit", flag, one, data, "--output", tmp_path / "before.json", status=0)
     after, _ = fit(tmp_path, data, flag, one, model="after.json")
     assert json.loads((tmp_path / "before.json").read_text())["outputs"] == after["outputs"]
 
@@ -195,8 +189,8 @@ def test_a_list_option_takes_one_value_and_adds_up(tmp_path, flag, one, _, other
     assert twice["options"][name] == joined["options"][name] == both.split(",")
     assert twice["outputs"] == joined["outputs"]
 
-    done = run("fit", data, flag, one, other, "--output", tmp_path / "x.json")
-    assert done.returncode == 2 and f"not expected: {other}" in done.stderr
+    done = run("fit", data, flag, one, other, "--output", tmp_path / "x.json", status=2)
+    assert f"not expected: {other}" in done.stderr
 
 
 # ------------------------------------------------------------ delimiters

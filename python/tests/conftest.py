@@ -98,10 +98,11 @@ def assert_same(actual, expected, where="outputs", close=False):
             assert_same(a, e, f"{where}[{i}]", close)
     elif isinstance(expected, np.ndarray):
         assert isinstance(actual, np.ndarray), f"{where}: {actual!r} is not an array"
-        assert (actual.dtype, actual.shape) == (expected.dtype, expected.shape), f"{where}: {actual!r}"
+        assert (actual.dtype, actual.shape) == (expected.dtype, expected.shape), where
         if close and expected.dtype.kind == "f":
-            np.testing.assert_allclose(actual, expected, rtol=1e-6 if expected.dtype == F4 else 1e-12,
-                                       atol=0, equal_nan=True, err_msg=where)
+            rtol = 1e-6 if expected.dtype == F4 else 1e-12
+            np.testing.assert_allclose(actual, expected, rtol=rtol, atol=0, equal_nan=True,
+                                       err_msg=where)
         else:
             assert actual.tobytes() == expected.tobytes(), f"{where}: {actual} != {expected}"
     else:
