@@ -1,4 +1,4 @@
-// The budget selection, the node-vector estimate and the count conversion.
+// The budget selection and the count conversion.
 #include <algorithm>
 #include <cmath>
 #include <random>
@@ -52,14 +52,6 @@ TEST(GainSelection, NaNGainsDoNotCrash) {
     auto sorted = order(c);
     std::sort(sorted.begin(), sorted.end());
     EXPECT_EQ(sorted, (std::vector<std::uint64_t>{0, 1, 2, 3, 4, 5, 6}));
-}
-
-TEST(NodeEstimate, FollowsTheIntegerFormula) {
-    EXPECT_EQ(estimateNodeCount(100, 10, 1), 60u);  // (100 - 10) * 2 / 3 / 1
-    EXPECT_EQ(estimateNodeCount(100, 10, 7), 8u);   // 180 / 3 = 60, 60 / 7 = 8
-    EXPECT_EQ(estimateNodeCount(11, 10, 1), 1u);    // 2 / 3 = 0 becomes 1
-    EXPECT_EQ(estimateNodeCount(10, 10, 1), 1u);    // MinParent not below n
-    EXPECT_EQ(estimateNodeCount(0, 0, 1), 1u);
 }
 
 TEST(ToCount, TruncatesAndKeepsTheTopBit) {

@@ -2,9 +2,7 @@
 // criterion's call-backs and the outputs. Whichever one does, on whichever
 // thread, the fit ends in a host error and gives back everything it holds,
 // and the next fit grows the same tree.
-#include <cmath>
 #include <cstdint>
-#include <random>
 #include <set>
 #include <string>
 
@@ -22,34 +20,11 @@ constexpr const char* kPcaMemory =
 constexpr const char* kHostMemory = "numora:memory:outOfMemory";
 constexpr const char* kCallbackFailed = "failed on the class weights";
 
-// 60 rows, three classes: a numeric predictor, a nominal one of 9 levels
-// searched by PCA, and a noisy copy of the first that can stand in for it;
-// some values missing in each. A custom Gini with a kids function, two
-// surrogates. Without costs only the surrogate search runs on worker
-// threads; with them the column bodies (and PCA) do too.
+// A custom Gini with a kids function, and a tree of a few splits.
 TreeCall sweepCall(bool costs) {
-    const std::uint64_t N = 60, D = 3;
-    std::mt19937_64 rng(23);
-    std::uniform_real_distribution<double> unit(0, 1);
-    std::vector<double> x(N * D), y(N);
-    for (std::uint64_t i = 0; i < N; ++i) {
-        x[i] = std::round(unit(rng) * 20) / 20;
-        x[N + i] = static_cast<double>(1 + i % 9);
-        x[2 * N + i] = x[i] + 0.2 * unit(rng);
-        const double s = x[i] + 0.15 * static_cast<double>(i % 9 % 4) + 0.3 * unit(rng);
-        y[i] = s < 0.6 ? 0 : (s < 1.1 ? 1 : 2);
-    }
-    for (double& v : x) {
-        if (unit(rng) < 0.08) v = std::nan("");
-    }
-    TreeCall call(N, D, x, y, "gini");
-    call.nominal(D, {1});
+    TreeCall call = sixtyRows(costs);
     call.set(in::CriterionArg, functionNames("sweepgini", "sweepkids"));
-    call.set(in::MinParent, 4);
     call.set(in::MaxSplits, 8);
-    call.set(in::SurrogateCount, 2);
-    call.set(in::AlgCat, 3);  // PCA
-    if (costs) call.set(in::CostArg, TreeCall::matrix(3, 3, {0, 1, 3, 1, 0, 1, 2, 1, 0}));
     return call;
 }
 

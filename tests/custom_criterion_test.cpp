@@ -3,9 +3,7 @@
 // tree of the built-in criterion it imitates; its exceptions come back with
 // their own type after the module has said which function failed.
 #include <atomic>
-#include <cmath>
 #include <mutex>
-#include <random>
 #include <set>
 #include <stdexcept>
 #include <string>
@@ -33,25 +31,8 @@ struct Calls {
     }
 };
 
-// 60 rows of three predictors on a grid, some missing, and three classes;
-// MinParent 3, one surrogate, the costs when asked, the criterion given.
 TreeCall treeCall(cxArray* criterion, bool costs) {
-    const std::uint64_t N = 60, D = 3;
-    std::mt19937_64 rng(17);
-    std::uniform_real_distribution<double> unit(0, 1);
-    std::vector<double> x(N * D), y(N);
-    for (double& v : x) v = std::round(unit(rng) * 20) / 20;
-    for (std::uint64_t i = 0; i < N; ++i) {
-        const double s = x[i] + 0.6 * x[N + i] + 0.5 * unit(rng);
-        y[i] = s < 0.6 ? 0 : (s < 1.1 ? 1 : 2);
-    }
-    for (double& v : x) {
-        if (unit(rng) < 0.1) v = std::nan("");
-    }
-    TreeCall call(N, D, x, y, "gini");
-    call.set(in::MinParent, 3);
-    call.set(in::SurrogateCount, 1);
-    if (costs) call.set(in::CostArg, TreeCall::matrix(3, 3, {0, 1, 3, 1, 0, 1, 2, 1, 0}));
+    TreeCall call = sixtyRows(costs);
     if (criterion != nullptr) call.set(in::CriterionArg, criterion);
     return call;
 }
@@ -67,8 +48,7 @@ TEST(CustomCriterion, HostFunctionsOfCppGrowTheGiniTree) {
         calls.note();
         answer(outputs, gini(inputs[0]) + gini(inputs[1]));
     });
-    // Without costs the surrogate search calls back from worker threads;
-    // with them every phase may. Nothing serialises these calls here, as the
+    // Nothing serialises the calls from worker threads here, as the
     // interpreter lock does for Python, so a few rounds give them the chance
     // to overlap.
     for (int round = 0; round < 10; ++round) {

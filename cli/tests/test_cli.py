@@ -183,51 +183,46 @@ def array(cls, shape, data):
     return {"class": cls, "shape": shape, "data": data}
 
 
-def numbers(values):
-    return array("double", [1, len(values)], values) if values else array("double", [0, 0], [])
+def numbers(*values):
+    return array("double", [1 if values else 0, len(values)], list(values))
 
 
 def test_predict_follows_surrogates_of_a_handmade_model(tmp_path):
     # Node 1 splits x < 0.5. A row missing x goes by z, reversed (z < 10
     # goes right); missing z too, by colour ({a} left, {b, c} right).
     # Node 3 splits colour {a} | {b, c}, no surrogates.
-    empty_cell = array("cell", [0, 0], [])
-    model = {
-        "format": "arbolin model", "version": 1, "task": "regression",
-        "response": {"name": "y"},
-        "predictors": [{"name": "x", "kind": "numeric"}, {"name": "z", "kind": "numeric"},
-                       {"name": "colour", "kind": "nominal", "levels": ["a", "b", "c"],
-                        "levels_are_numbers": False}],
-        "weights": None, "precision": "double",
-        "outputs": {
-            "Children": array("double", [2, 5], [2, 3, 0, 0, 4, 5, 0, 0, 0, 0]),
-            "ClassCount": array("double", [1, 5], [9, 4, 5, 2, 3]),
-            "ClassProb": array("double", [1, 5], [1, 1, 1, 1, 1]),
-            "CurvatureTests": empty_cell,
-            "SplitLevels": array("cell", [5, 2], [None, None, numbers([0]), None, None,
-                                                  None, None, numbers([1, 2]), None, None]),
-            "CutPoint": array("double", [5, 1], [0.5, None, None, None, None]),
-            "CutVar": array("double", [5, 1], [1, 0, 3, 0, 0]),
-            "HasUnroutedRows": array("logical", [5, 1], [True, False, True, False, False]),
-            "InteractionTests": empty_cell,
-            "IsBranch": array("logical", [5, 1], [True, False, True, False, False]),
-            "NodeValue": array("double", [5, 1], [0, 10, 20, 30, 40]),
-            "NodeProb": array("double", [5, 1], [1, .4, .6, .2, .4]),
-            "NodeSize": array("double", [5, 1], [9, 4, 5, 2, 3]),
-            "Parent": array("double", [5, 1], [0, 1, 1, 3, 3]),
-            "NodeRisk": array("double", [5, 1], [1, 1, 1, 1, 1]),
-            "Gain": array("double", [5, 1], [1, 0, 1, 0, 0]),
-            "SurrogateLevels": array("cell", [5, 1], [
-                array("cell", [1, 2], [{"class": "char", "shape": [0, 0], "text": ""},
-                                       array("cell", [1, 2], [numbers([0]), numbers([1, 2])])]),
-                *[array("cell", [0, 0], [])] * 4]),
-            "SurrogateDirections": array("cell", [5, 1], [numbers([-1, 0]), *[numbers([])] * 4]),
-            "SurrogateCutPoints": array("cell", [5, 1], [numbers([10, None]), *[numbers([])] * 4]),
-            "SurrogatePredictors": array("cell", [5, 1], [numbers([2, 3]), *[numbers([])] * 4]),
-            "SurrogateGains": array("cell", [5, 1], [numbers([1, 1]), *[numbers([])] * 4]),
-            "SurrogateAssociations": array("cell", [5, 1], [numbers([.9, .5]), *[numbers([])] * 4]),
-        },
+    nodes = lambda cls, *data: array(cls, [5, 1], list(data))
+    root_only = lambda first, rest: array("cell", [5, 1], [first, *[rest] * 4])
+    outputs = {
+        "Children": array("double", [2, 5], [2, 3, 0, 0, 4, 5, 0, 0, 0, 0]),
+        "ClassCount": array("double", [1, 5], [9, 4, 5, 2, 3]),
+        "ClassProb": array("double", [1, 5], [1] * 5), "CurvatureTests": array("cell", [0, 0], []),
+        "SplitLevels": array("cell", [5, 2], [None, None, numbers(0), None, None,
+                                              None, None, numbers(1, 2), None, None]),
+        "CutPoint": nodes("double", 0.5, None, None, None, None),
+        "CutVar": nodes("double", 1, 0, 3, 0, 0),
+        "HasUnroutedRows": nodes("logical", True, False, True, False, False),
+        "InteractionTests": array("cell", [0, 0], []),
+        "IsBranch": nodes("logical", True, False, True, False, False),
+        "NodeValue": nodes("double", 0, 10, 20, 30, 40),
+        "NodeProb": nodes("double", 1, .4, .6, .2, .4), "NodeSize": nodes("double", 9, 4, 5, 2, 3),
+        "Parent": nodes("double", 0, 1, 1, 3, 3), "NodeRisk": nodes("double", 1, 1, 1, 1, 1),
+        "Gain": nodes("double", 1, 0, 1, 0, 0),
+        "SurrogateLevels": root_only(array("cell", [1, 2], [
+            {"class": "char", "shape": [0, 0], "text": ""},
+            array("cell", [1, 2], [numbers(0), numbers(1, 2)])]), array("cell", [0, 0], [])),
+        "SurrogateDirections": root_only(numbers(-1, 0), numbers()),
+        "SurrogateCutPoints": root_only(numbers(10, None), numbers()),
+        "SurrogatePredictors": root_only(numbers(2, 3), numbers()),
+        "SurrogateGains": root_only(numbers(1, 1), numbers()),
+        "SurrogateAssociations": root_only(numbers(.9, .5), numbers()),
     }
+    model = {"format": "arbolin model", "version": 1, "task": "regression",
+             "response": {"name": "y"}, "weights": None, "precision": "double",
+             "predictors": [{"name": "x", "kind": "numeric"}, {"name": "z", "kind": "numeric"},
+                            {"name": "colour", "kind": "nominal", "levels": ["a", "b", "c"],
+                             "levels_are_numbers": False}],
+             "outputs": outputs}
     (tmp_path / "hand.json").write_text(json.dumps(model))
     cases = [  # x, z, colour -> node
         ("0.2", "50", "b", 2), ("0.5", "", "", 3), ("0.9", "1", "a", 4), ("0.9", "", "b", 5),
