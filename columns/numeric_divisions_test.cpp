@@ -30,23 +30,29 @@ using Divs = std::vector<std::uint64_t>;
 constexpr double a = 0, b = 1;
 
 TEST(DivideNumeric, CutsAtBoundaries) {
-    // A change inside a tied pair is cut below the run; 2|3 is not listed.
-    EXPECT_EQ(SortedColumn({1, 2, 2, 3, 4}, {a, a, b, b, b}, 1).divisions(), Divs({0}));
-    // Two changes inside a run: below it and at its end.
-    EXPECT_EQ(SortedColumn({0, 1, 1, 1, 2}, {a, a, b, a, a}, 1).divisions(), Divs({0, 3}));
-    // A change in the first block: the first value different from 1 is at 3.
-    EXPECT_EQ(SortedColumn({1, 1, 1, 2}, {a, b, a, a}, 1).divisions(), Divs({2}));
-    // All values tied: nothing.
-    EXPECT_EQ(SortedColumn({1, 1, 1, 1}, {a, b, a, b}, 1).divisions(), Divs({}));
-    // No response change: nothing, although all values differ.
-    EXPECT_EQ(SortedColumn({1, 2, 3, 4}, {a, a, a, a}, 1).divisions(), Divs({}));
-}
-
-TEST(DivideNumeric, LastBlock) {
-    // m = 2: the middle is empty and the last block cuts two against two.
-    EXPECT_EQ(SortedColumn({1, 2, 3, 4}, {a, a, a, b}, 2).divisions(), Divs({1}));
-    // The backward search passes the tied 2s down to position 0.
-    EXPECT_EQ(SortedColumn({1, 2, 2, 4}, {a, a, a, b}, 2).divisions(), Divs({0}));
+    struct Case {
+        std::vector<double> x, y;
+        std::uint64_t minLeaf;
+        Divs divisions;
+    };
+    for (const Case& c : std::vector<Case>{
+             // A change inside a tied pair is cut below the run; 2|3 is not listed.
+             {{1, 2, 2, 3, 4}, {a, a, b, b, b}, 1, {0}},
+             // Two changes inside a run: below it and at its end.
+             {{0, 1, 1, 1, 2}, {a, a, b, a, a}, 1, {0, 3}},
+             // A change in the first block: the first value different from 1 is at 3.
+             {{1, 1, 1, 2}, {a, b, a, a}, 1, {2}},
+             // All values tied, or no response change: nothing.
+             {{1, 1, 1, 1}, {a, b, a, b}, 1, {}},
+             {{1, 2, 3, 4}, {a, a, a, a}, 1, {}},
+             // MinLeaf 2: the middle is empty and the last block cuts two
+             // against two; the backward search passes tied 2s down to 0.
+             {{1, 2, 3, 4}, {a, a, a, b}, 2, {1}},
+             {{1, 2, 2, 4}, {a, a, a, b}, 2, {0}},
+         }) {
+        EXPECT_EQ(SortedColumn(c.x, c.y, c.minLeaf).divisions(), c.divisions)
+            << ::testing::PrintToString(c.x);
+    }
 }
 
 TEST(DivideNumeric, TiesAreMidpointsThatRoundOntoAValue) {
@@ -83,20 +89,6 @@ TEST(CutPoint, MidpointAboveTiedNeighbours) {
     EXPECT_TRUE(std::isnan(flat.column->cutPoint(flat.column->bestSplit)));
 }
 
-TEST(ExhaustiveSearch, LowestOfEqualDivisionsWins) {
-    // Classes a b a b with unit weights: cuts at 0, 1, 2 score
-    // gini(1,0)+gini(1,2)=4/3, gini(1,1)+gini(1,1)=2, 4/3: division 0 wins.
-    SortedColumn c({1, 2, 3, 4}, {a, b, a, b}, 1);
-    c.column->critParent_ = 2.0;  // gini of (2, 2)
-    c.column->sorted_ = true;
-    c.column->exhaustiveSearch();
-    EXPECT_EQ(c.column->bestSplit.division, 0);
-    EXPECT_NEAR(c.column->bestSplit.gain, 2.0 - 4.0 / 3, 1e-12);
-    const double gain = c.column->bestSplit.gain;
-    c.column->exhaustiveSearch();  // a second call changes nothing
-    EXPECT_EQ(c.column->bestSplit.gain, gain);
-}
-
 TEST(ExhaustiveSearch, ZeroWeightRowsBelowAreSkipped) {
     SortedColumn c({1, 2, 3, 4, 5}, {a, b, b, a, a}, 1);
     c.w = {0, 0, 1, 1, 1};
@@ -125,12 +117,6 @@ TEST(PartialSort, OrdersOnlyTheMiddleForLargeLeaves) {
         }
     }
 }
-
-}  // namespace
-}  // namespace arbolin
-
-namespace arbolin {
-namespace {
 
 TEST(SortRowsByValue, OrdersLikeAComparisonSort) {
     std::mt19937_64 rng(3);

@@ -1,35 +1,53 @@
-// Every phase of a node that runs on worker threads — the removal of missing
-// values, the curvature and interaction tests, the search of numeric and
-// nominal columns, the surrogate search — grows the same tree on one thread
-// as on two. Under the thread sanitizer (scripts/tsan.sh) this is the fit
-// that puts each of those loops on two threads.
+// Whole fits through the host's module loader. Every phase of a node that
+// runs on worker threads — the removal of missing values, the curvature and
+// interaction tests, the search of numeric and nominal columns, the
+// surrogate search — grows the same tree on one thread as on two; Ctrl-C
+// stops a large fit and leaves nothing behind. Under the thread sanitizer
+// (scripts/tsan.sh) these are the fits that put each of those loops on two
+// threads.
+#include <chrono>
 #include <cmath>
 #include <cstdint>
 #include <random>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
-#include <oneapi/tbb/global_control.h>
 
 #include "tests/tree_inputs.hpp"
 
 namespace arbolin {
 namespace {
 
-using testing::TreeCall;
-using testing::TreeOutputs;
-using testing::sameArray;
+using namespace testing;
+
+// Continuous predictors with ties and a noisy class or response.
+struct PlainData {
+    std::uint64_t N, D;
+    std::vector<double> x, classes, response;
+
+    PlainData(std::uint64_t n, std::uint64_t d, unsigned seed) : N(n), D(d), x(n * d) {
+        std::mt19937_64 rng(seed);
+        std::uniform_real_distribution<double> unit(0, 1);
+        for (double& v : x) v = std::round(unit(rng) * 200) / 200;
+        for (std::uint64_t i = 0; i < N; ++i) {
+            const double s = x[i] + x[N + i] * x[2 * N + i] + 0.3 * unit(rng);
+            classes.push_back(s < 0.5 ? 0 : (s < 1.0 ? 1 : 2));
+            response.push_back(s);
+        }
+    }
+};
 
 // 2000 weighted rows of seven predictors, some values missing: a numeric
 // one and a noisy copy that can stand in for it, noise, a nominal one of 4
 // levels and one of 14 (more than MaxCat), a numeric one that acts only
 // with the noise, and one of ten tied values. Three classes, or a response.
-struct Data {
+struct PhasesData {
     static constexpr std::uint64_t N = 2000, D = 7;
     std::vector<double> x = std::vector<double>(N * D), classes, response, weights;
 
-    Data() {
+    PhasesData() {
         std::mt19937_64 rng(29);
         std::uniform_real_distribution<double> unit(0, 1);
         for (std::uint64_t i = 0; i < N; ++i) {
@@ -59,24 +77,20 @@ struct Data {
             }
         }
     }
-};
 
-TreeCall fitCall(const Data& data, const std::string& criterion, bool costs) {
-    TreeCall call(Data::N, Data::D, data.x, criterion == "mse" ? data.response : data.classes,
-                  criterion);
-    call.set(2, TreeCall::matrix(Data::N, 1, data.weights));
-    cxArray* isCat = cxCreateLogicalMatrix(1, Data::D);
-    cxGetLogicals(isCat)[3] = true;
-    cxGetLogicals(isCat)[4] = true;
-    call.set(4, isCat);
-    call.set(6, numora::cxCreateDoubleScalar(2));    // MinLeaf
-    call.set(8, numora::cxCreateDoubleScalar(40));   // MaxSplits
-    call.set(10, numora::cxCreateDoubleScalar(3));   // SurrogateCount
-    call.set(15, numora::cxCreateLogicalScalar(true));  // curvature tests
-    call.set(16, numora::cxCreateLogicalScalar(true));  // and interaction tests
-    if (costs) call.set(13, TreeCall::matrix(3, 3, {0, 1, 4, 1, 0, 1, 2, 1, 0}));
-    return call;
-}
+    TreeCall call(const std::string& criterion, bool costs) const {
+        TreeCall call(N, D, x, criterion == "mse" ? response : classes, criterion);
+        call.set(in::W, TreeCall::matrix(N, 1, weights));
+        call.nominal(D, {3, 4});
+        call.set(in::MinLeaf, 2);
+        call.set(in::MaxSplits, 40);
+        call.set(in::SurrogateCount, 3);
+        call.set(in::CurvatureFlag, numora::cxCreateLogicalScalar(true));
+        call.set(in::InteractionFlag, numora::cxCreateLogicalScalar(true));
+        if (costs) call.set(in::CostArg, TreeCall::matrix(3, 3, {0, 1, 4, 1, 0, 1, 2, 1, 0}));
+        return call;
+    }
+};
 
 // How many elements of a cell are set and not empty.
 std::uint64_t filled(const cxArray* cell) {
@@ -90,35 +104,53 @@ std::uint64_t filled(const cxArray* cell) {
 
 TEST(ParallelPhases, OneOrTwoThreadsGrowTheSameTree) {
     numora::Module module(ARBOLIN_MODULE_PATH);
-    const Data data;
+    const PlainData plain(3000, 6, 11);
+    const PhasesData phases;
     struct Case {
         const char* criterion;
-        bool costs;
+        bool costs, allPhases;  // else the search of numeric columns alone
     };
-    for (const Case c : {Case{"gini", false}, Case{"deviance", false}, Case{"twoing", false},
-                         Case{"gini", true}, Case{"mse", false}}) {
-        const std::string name = std::string(c.criterion) + (c.costs ? " with costs" : "");
-        TreeCall call = fitCall(data, c.criterion, c.costs);
+    for (const Case c : {Case{"gini", false, false}, Case{"deviance", false, false},
+                         Case{"twoing", false, false}, Case{"mse", false, false},
+                         Case{"gini", false, true}, Case{"deviance", false, true},
+                         Case{"twoing", false, true}, Case{"gini", true, true},
+                         Case{"mse", false, true}}) {
+        const std::string criterion = c.criterion;
+        const std::string name = criterion + (c.costs ? " with costs" : "") +
+                                 (c.allPhases ? ", every phase" : "");
+        const TreeCall call =
+            c.allPhases ? phases.call(criterion, c.costs)
+                        : TreeCall(plain.N, plain.D, plain.x,
+                                   criterion == "mse" ? plain.response : plain.classes, criterion);
         TreeOutputs one, two;
-        {
-            tbb::global_control limit(tbb::global_control::max_allowed_parallelism, 1);
-            module.call(22, one.arrays.data(), 20, call.inputs.data());
+        fit(module, call, one, 1);
+        fit(module, call, two, 2);
+        EXPECT_GT(cxGetN(one[out::Children]), c.allPhases ? 20u : 1u) << name;
+        if (c.allPhases) {
+            // Every phase had work: nominal splits, curvature and
+            // interaction tests, surrogates.
+            for (out::Position p : {out::SplitLevels, out::CurvatureTests,
+                                    out::InteractionTests, out::SurrogatePredictors}) {
+                EXPECT_GT(filled(one[p]), 0u) << name << ", " << contract::outputName(p);
+            }
         }
-        {
-            tbb::global_control limit(tbb::global_control::max_allowed_parallelism, 2);
-            module.call(22, two.arrays.data(), 20, call.inputs.data());
-        }
-        // Every phase had work: branches, nominal splits, curvature and
-        // interaction tests, surrogates.
-        EXPECT_GT(cxGetN(one.arrays[0]), 20u) << name;
-        EXPECT_GT(filled(one.arrays[4]), 0u) << name;
-        EXPECT_GT(filled(one.arrays[3]), 0u) << name;
-        EXPECT_GT(filled(one.arrays[8]), 0u) << name;
-        EXPECT_GT(filled(one.arrays[19]), 0u) << name;
-        for (int k = 0; k < 22; ++k) {
-            EXPECT_TRUE(sameArray(one.arrays[k], two.arrays[k])) << name << ", output " << k + 1;
-        }
+        EXPECT_EQ(firstDifference(one, two), 0) << name;
     }
+}
+
+TEST(ModuleFit, CtrlCStopsALargeFit) {
+    numora::Module module(ARBOLIN_MODULE_PATH);
+    const PlainData data(200000, 8, 5);
+    const TreeCall call(data.N, data.D, data.x, data.response, "mse");
+    std::thread user([] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        numora::requestInterrupt();
+    });
+    TreeOutputs outputs;
+    EXPECT_THROW(fit(module, call, outputs), numora::Interrupt);
+    user.join();
+    EXPECT_EQ(outputs[out::Children], nullptr);   // nothing written
+    EXPECT_FALSE(numora::interruptRequested());   // the call's scope cleared it
 }
 
 }  // namespace

@@ -1,20 +1,33 @@
-// The twenty inputs of a tree call, built in C++ for tests that go through
-// the host's module loader.
+// What the C++ tests that go through the host's module loader share: the
+// inputs of a tree call by their positions in the contract, its outputs,
+// fits on a given number of threads, a Gini criterion as host functions,
+// and the capture of printed text.
 #pragma once
 
 #include <algorithm>
-#include <cstring>
 #include <array>
+#include <cmath>
+#include <cstring>
+#include <mutex>
+#include <random>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
+#include <oneapi/tbb/global_control.h>
+
+#include "gateway/contract.hpp"
 #include "host/numora_host.hpp"
 
 namespace arbolin::testing {
 
+namespace in = contract::input;
+namespace out = contract::output;
+
 struct TreeCall {
     std::vector<numora::ArrayPtr> owned;
-    std::array<const cxArray*, 20> inputs{};
+    std::array<const cxArray*, contract::kInputCount> inputs{};
 
     // X is N by D, column-major; Y and W have N values. Every row, all
     // predictors, criterion and print level as given.
@@ -23,31 +36,40 @@ struct TreeCall {
              std::uint64_t verbosity = 0) {
         std::vector<double> rows(N);
         for (std::uint64_t i = 0; i < N; ++i) rows[i] = static_cast<double>(i);
-        set(0, matrix(N, D, x));
-        set(1, matrix(N, 1, y));
-        set(2, matrix(N, 1, std::vector<double>(N, 1.0)));
-        set(3, matrix(1, N, rows));
-        set(4, cxCreateLogicalMatrix(1, D));
-        set(5, numora::cxCreateString(criterion));
-        set(6, numora::cxCreateDoubleScalar(1));                       // MinLeaf
-        set(7, numora::cxCreateDoubleScalar(10));                      // MinParent
-        set(8, numora::cxCreateDoubleScalar(static_cast<double>(N)));  // MaxSplits
-        set(9, numora::cxCreateDoubleScalar(static_cast<double>(D)));  // SampleSize
-        set(10, numora::cxCreateDoubleScalar(0));                      // SurrogateCount
-        set(11, numora::cxCreateDoubleScalar(10));                     // MaxCat
-        set(12, numora::cxCreateDoubleScalar(0));                      // AlgCat
-        set(13, cxCreateNumericMatrix(0, 0, cxDOUBLE_CLASS, cxREAL));  // no costs
-        set(14, numora::cxCreateDoubleScalar(0));                      // RiskTolerance
-        set(15, numora::cxCreateLogicalScalar(false));
-        set(16, numora::cxCreateLogicalScalar(false));
-        set(17, numora::cxCreateLogicalScalar(false));
-        set(18, cxCreateNumericMatrix(0, 0, cxDOUBLE_CLASS, cxREAL));  // default stream
-        set(19, numora::cxCreateDoubleScalar(static_cast<double>(verbosity)));
+        set(in::X, matrix(N, D, x));
+        set(in::Y, matrix(N, 1, y));
+        set(in::W, matrix(N, 1, std::vector<double>(N, 1.0)));
+        set(in::Rows, matrix(1, N, rows));
+        set(in::IsCat, cxCreateLogicalMatrix(1, D));
+        set(in::CriterionArg, numora::cxCreateString(criterion));
+        set(in::MinLeaf, 1);
+        set(in::MinParent, 10);
+        set(in::MaxSplits, static_cast<double>(N));
+        set(in::SampleSize, static_cast<double>(D));
+        set(in::SurrogateCount, 0.0);
+        set(in::MaxCat, 10);
+        set(in::AlgCat, 0.0);
+        set(in::CostArg, cxCreateNumericMatrix(0, 0, cxDOUBLE_CLASS, cxREAL));  // no costs
+        set(in::RiskTolerance, 0.0);
+        for (in::Position flag : {in::CurvatureFlag, in::InteractionFlag, in::ChisqFlag}) {
+            set(flag, numora::cxCreateLogicalScalar(false));
+        }
+        set(in::StreamArg, cxCreateNumericMatrix(0, 0, cxDOUBLE_CLASS, cxREAL));  // default
+        set(in::Verbosity, static_cast<double>(verbosity));
     }
 
-    void set(int position, cxArray* a) {
+    void set(in::Position position, cxArray* a) {
         owned.emplace_back(a);
-        inputs[position] = a;
+        inputs[contract::slot(position)] = a;
+    }
+    void set(in::Position position, double scalar) {
+        set(position, numora::cxCreateDoubleScalar(scalar));
+    }
+    // Nominal predictors by 0-based column.
+    void nominal(std::uint64_t D, std::initializer_list<std::uint64_t> columns) {
+        cxArray* isCat = cxCreateLogicalMatrix(1, D);
+        for (std::uint64_t j : columns) cxGetLogicals(isCat)[j] = true;
+        set(in::IsCat, isCat);
     }
 
     static cxArray* matrix(std::uint64_t m, std::uint64_t n, const std::vector<double>& data) {
@@ -57,13 +79,58 @@ struct TreeCall {
     }
 };
 
+// 60 rows and three classes for the fits with criteria of host functions: a
+// numeric predictor, a nominal one of 9 levels searched by PCA, and a noisy
+// copy of the first that can stand in for it; some values missing in each.
+// MinParent 4, two surrogates, the costs when asked. Without costs only the
+// surrogate search runs on worker threads; with them the column bodies (and
+// PCA) do too.
+inline TreeCall sixtyRows(bool costs) {
+    const std::uint64_t N = 60, D = 3;
+    std::mt19937_64 rng(23);
+    std::uniform_real_distribution<double> unit(0, 1);
+    std::vector<double> x(N * D), y(N);
+    for (std::uint64_t i = 0; i < N; ++i) {
+        x[i] = std::round(unit(rng) * 20) / 20;
+        x[N + i] = static_cast<double>(1 + i % 9);
+        x[2 * N + i] = x[i] + 0.2 * unit(rng);
+        const double s = x[i] + 0.15 * static_cast<double>(i % 9 % 4) + 0.3 * unit(rng);
+        y[i] = s < 0.6 ? 0 : (s < 1.1 ? 1 : 2);
+    }
+    for (double& v : x) {
+        if (unit(rng) < 0.08) v = std::nan("");
+    }
+    TreeCall call(N, D, x, y, "gini");
+    call.nominal(D, {1});
+    call.set(in::MinParent, 4);
+    call.set(in::SurrogateCount, 2);
+    call.set(in::AlgCat, 3);  // PCA
+    if (costs) call.set(in::CostArg, TreeCall::matrix(3, 3, {0, 1, 3, 1, 0, 1, 2, 1, 0}));
+    return call;
+}
+
 // The outputs of one call, destroyed with the object.
 struct TreeOutputs {
-    std::array<cxArray*, 22> arrays{};
+    std::array<cxArray*, contract::kOutputCount> arrays{};
     ~TreeOutputs() {
         for (cxArray* a : arrays) cxDestroyArray(a);
     }
+    const cxArray* operator[](out::Position position) const {
+        return arrays[contract::slot(position)];
+    }
 };
+
+// One fit; with `threads`, on at most that many threads.
+inline void fit(const numora::Module& module, const TreeCall& call, TreeOutputs& outputs,
+                std::size_t threads = 0) {
+    auto run = [&] {
+        module.call(contract::kOutputCount, outputs.arrays.data(), contract::kInputCount,
+                    const_cast<const cxArray**>(call.inputs.data()));
+    };
+    if (threads == 0) return run();
+    tbb::global_control limit(tbb::global_control::max_allowed_parallelism, threads);
+    run();
+}
 
 // The same class, shape and bytes, cells element by element.
 inline bool sameArray(const cxArray* a, const cxArray* b) {
@@ -86,5 +153,73 @@ inline bool sameArray(const cxArray* a, const cxArray* b) {
                                                                   : 1;
     return count == 0 || std::memcmp(cxGetData(a), cxGetData(b), count * bytes) == 0;
 }
+
+// The first output that differs, 1-based, or 0.
+inline int firstDifference(const TreeOutputs& a, const TreeOutputs& b) {
+    for (int k = 0; k < contract::kOutputCount; ++k) {
+        if (!sameArray(a.arrays[k], b.arrays[k])) return k + 1;
+    }
+    return 0;
+}
+
+// Gini of a K by 1 column of class weights, with the arithmetic of the
+// built-in criterion: sums in order from the first entry.
+inline double gini(const cxArray* v) {
+    const double* p = static_cast<const double*>(cxGetData(v));
+    double s = 0;
+    for (std::uint64_t i = 0; i < cxGetM(v); ++i) s += p[i];
+    double q = 0;
+    for (std::uint64_t i = 0; i < cxGetM(v); ++i) {
+        const double r = p[i] / s;
+        q += r * r;
+    }
+    return (1 - q) * s;
+}
+
+inline void answer(cxArray** outputs, double value) {
+    outputs[0] = cxCreateNumericMatrix(1, 1, cxDOUBLE_CLASS, cxREAL);
+    *static_cast<double*>(cxGetData(outputs[0])) = value;
+}
+
+// The criterion input that names host functions.
+inline cxArray* functionNames(const char* parent, const char* kids) {
+    cxArray* cell = cxCreateCellMatrix(1, 2);
+    cxSetCell(cell, 0, numora::cxCreateString(parent));
+    cxSetCell(cell, 1, numora::cxCreateString(kids));
+    return cell;
+}
+
+// A host function registered for the life of the object.
+class Registered {
+public:
+    Registered(const std::string& name, numora::HostFunction fn) : name_(name) {
+        numora::registerFunction(name, std::move(fn));
+    }
+    ~Registered() { numora::unregisterFunction(name_); }
+
+private:
+    std::string name_;
+};
+
+// Printed text, from whichever thread prints, for the life of the object.
+class Printed {
+public:
+    Printed() {
+        previous_ = numora::setPrintSink([this](std::string_view text) {
+            std::lock_guard<std::mutex> lock(mutex_);
+            text_ += text;
+        });
+    }
+    ~Printed() { numora::setPrintSink(std::move(previous_)); }
+    std::string take() {
+        std::lock_guard<std::mutex> lock(mutex_);
+        return std::exchange(text_, std::string());
+    }
+
+private:
+    numora::PrintSink previous_;
+    std::mutex mutex_;
+    std::string text_;
+};
 
 }  // namespace arbolin::testing

@@ -14,89 +14,19 @@ import numpy as np
 import pytest
 
 import arbolin
-from arbolin import Cell, HostError
-from conftest import EMPTY, OUTPUTS, assert_value, make_inputs
+from arbolin import HostError
+from conftest import (COST, EMPTY, F4, F8, OUTPUTS, assert_same, custom, deviance,
+                      gini_functions, gini_value, grow_text, make_inputs, random_data)
 
-F8, F4 = np.float64, np.float32
 IDS = "tallix:silvan:learning:treeutils:CustomClassificationSplitCriterion:"
-LN4 = 1.3862943611198906
-# C[i, k]: the cost of assigning to class k a row of true class i.
-COST = np.array([[0.0, 1.0, 2.0], [1.0, 0.0, 1.0], [3.0, 1.0, 0.0]])
 PARENT_FAILED = "The split criterion function 'myparent' failed on the class weights of a node.\n"
 KIDS_FAILED = "The split criterion function 'mykids' failed on the class weights of two children.\n"
 
 
-# ------------------------------------------------------------- helpers
-
-def gini_value(v):
-    """Gini of a K by 1 column of class weights with the module's own
-    arithmetic: in the column's precision, every sum in order from the first."""
-    t = v.dtype.type
-    s = t(0)
-    for x in v[:, 0]:
-        s = t(s + x)
-    q = t(0)
-    for x in v[:, 0]:
-        p = t(x / s)
-        q = t(q + p * p)
-    return t((t(1) - q) * s)
-
-
-def gini_functions(seen=None, threads=None):
-    """myparent and mykids of a Gini criterion, noting their arguments and
-    the threads that call them."""
-    def note(*values):
-        if threads is not None:
-            threads.add(threading.get_ident())
-        if seen is not None:
-            seen.append(values)
-
-    def myparent(v):
-        note(v)
-        return np.array([[gini_value(v)]], v.dtype)
-
-    def mykids(a, b):
-        note(a, b)
-        return np.array([[gini_value(a) + gini_value(b)]], a.dtype)
-
-    return {"myparent": myparent, "mykids": mykids}
-
-
-def custom(kids=""):
-    return Cell((1, 2), ["myparent", kids])
-
-
-def data(seed, n=60, d=3, k=3, nan=0.1):
-    """Predictors on a grid (with ties), NaN in some, k classes that follow
-    them loosely, small integer weights (sums of weights stay exact)."""
-    rng = np.random.default_rng(seed)
-    X = np.round(rng.random((n, d)) * 20) / 20
-    score = X[:, 0] + 0.6 * X[:, 1] + 0.5 * rng.random(n)
-    Y = np.searchsorted(np.quantile(score, np.arange(1, k) / k), score).astype(float)
-    X[rng.random((n, d)) < nan] = np.nan
-    return X, Y, rng.integers(1, 4, n).astype(float)
-
-
-def run(inputs, **kwargs):
-    """The 22 outputs by name and the printed text."""
-    out = []
-    return dict(zip(OUTPUTS, arbolin.calyx(22, inputs, out=out, **kwargs))), "".join(out)
-
-
-def assert_same(actual, expected, where="output"):
-    """Bit for bit: same class, shape and bytes."""
-    if isinstance(expected, dict):
-        for name in OUTPUTS:
-            assert_same(actual[name], expected[name], name)
-    elif isinstance(expected, Cell):
-        assert isinstance(actual, Cell) and actual.shape == expected.shape, where
-        for i, (a, e) in enumerate(zip(actual.data, expected.data)):
-            assert_same(a, e, f"{where}[{i}]")
-    elif isinstance(expected, np.ndarray):
-        assert actual.dtype == expected.dtype and actual.shape == expected.shape, where
-        assert actual.tobytes() == expected.tobytes(), f"{where}: {actual} != {expected}"
-    else:
-        assert type(actual) is type(expected) and actual == expected, where
+def data(seed, n=60):
+    """Three predictors on a grid (with ties), NaN in some, three classes
+    that follow them loosely, small integer weights."""
+    return random_data(seed, n, weighted=True, nan=0.1, grid=20)
 
 
 # ---------------------------------------------------- the cost correction
@@ -112,15 +42,10 @@ TWO_COST = np.array([[0.0, 3.0], [1.0, 0.0]])
 FACTORS = {"error": [1.0, 1.0]}
 
 
-def deviance_value(c):
-    p = c / c.sum()
-    return -(p * np.log(np.where(p > 0, p, 1))).sum() / LN4 * c.sum()
-
-
 RISK = {
     "gini": lambda c: gini_value(c[:, None]),
     "custom": lambda c: gini_value(c[:, None]),
-    "deviance": deviance_value,
+    "deviance": deviance,
     "twoing": lambda c: 0.0,
     "error": lambda c: min(sum(c[i] * TWO_COST[i, k] for i in range(2)) for k in range(2)),
 }
@@ -132,7 +57,7 @@ def test_two_class_costs_reweight_every_node(criterion, w):
     seen = []
     inputs = make_inputs(TWO_X, TWO_Y, W=np.ones(6, w), cost=TWO_COST.astype(w), min_parent=2,
                          verbosity=1, criterion=custom() if criterion == "custom" else criterion)
-    t, text = run(inputs, functions=gini_functions(seen))
+    t, text = grow_text(inputs, functions=gini_functions(seen))
     factors = np.array(FACTORS.get(criterion, [1.5, 0.5]), w)
     sums = re.findall(r"  Corrected NodeProb = (.*)\n", text)
     vectors = re.findall(r"  Corrected ClassProb: (.*)\n", text)
@@ -172,16 +97,15 @@ def test_unit_costs_change_nothing(criterion, w, verbosity):
     X, Y, W = data(3)
     settings = dict(W=W.astype(w), criterion=criterion, min_parent=4, surrogates=2,
                     verbosity=verbosity)
-    plain = run(make_inputs(X, Y, **settings))
-    costly = run(make_inputs(X, Y, cost=(1 - np.eye(3)).astype(w), **settings))
+    plain = grow_text(make_inputs(X, Y, **settings))
+    costly = grow_text(make_inputs(X, Y, cost=(1 - np.eye(3)).astype(w), **settings))
     assert plain[0]["NodeSize"].shape[0] > 7
     # A node's class weights come back from its shares times its weight, so
     # they need not be whole: then the sum of the others that the costs give
     # and the total less the largest that "error" takes alone may round apart.
     loose = {"NodeRisk", "Gain"} if criterion == "error" else set()
     for name in OUTPUTS:
-        check = assert_value if name in loose else assert_same
-        check(costly[0][name], plain[0][name], name)
+        assert_same(costly[0][name], plain[0][name], name, close=name in loose)
     assert costly[1] == plain[1]
 
 
@@ -194,9 +118,9 @@ def test_python_gini_grows_the_gini_tree(kids, w, verbosity):
     X, Y, W = data(5)
     settings = dict(W=W.astype(w), min_parent=3, surrogates=2, verbosity=verbosity)
     seen, threads = [], set()
-    expected, text = run(make_inputs(X, Y, **settings))
-    t, custom_text = run(make_inputs(X, Y, criterion=custom(kids), **settings),
-                         functions=gini_functions(seen, threads))
+    expected, text = grow_text(make_inputs(X, Y, **settings))
+    t, custom_text = grow_text(make_inputs(X, Y, criterion=custom(kids), **settings),
+                               functions=gini_functions(seen, threads))
     assert expected["NodeSize"].shape[0] > 9
     assert_same(t, expected)
     assert custom_text == text
@@ -227,51 +151,36 @@ def failing_functions(name, fail):
     return dict(functions, **{name: function})
 
 
-# Without costs the search of columns is serial and the surrogate search
-# parallel; with costs every phase may run on worker threads.
-COSTS = pytest.mark.parametrize("cost", [False, True], ids=["plain", "costs"])
+REFUSAL = Refused("no impurity today")
 
 
-@COSTS
-@pytest.mark.parametrize("name, kids, text", [("myparent", "", PARENT_FAILED),
-                                              ("mykids", "mykids", KIDS_FAILED)])
-def test_error_of_a_function_comes_out_after_its_message(name, kids, text, cost):
-    refusal = Refused("no impurity today")
+def refuse():
+    raise REFUSAL
 
-    def fail():
-        raise refusal
 
+@pytest.mark.parametrize("cost", [False, True], ids=["plain", "costs"])
+@pytest.mark.parametrize("name, w, value, expected", [
+    ("myparent", F8, None, PARENT_FAILED), ("mykids", F8, None, KIDS_FAILED),
+    ("mykids", F4, np.array([[1.0]]), "single"), ("mykids", F8, np.array([[1.0]], F4), "double"),
+    ("mykids", F8, np.array([[1]], np.int32), "double"),
+    ("mykids", F4, np.array([[1]], np.int16), "single"), ("myparent", F4, 1.0, "single"),
+    ("myparent", F8, np.array([[1]], np.int64), "double")])
+def test_a_failing_function(name, w, value, expected, cost):
+    # Without costs the search of columns is serial and the surrogate search
+    # parallel; with costs every phase may run on worker threads. The
+    # function raises its own error, or answers a value of the wrong class.
     X, Y, W = data(7)
-    inputs = make_inputs(X, Y, W=W, criterion=custom(kids), cost=COST if cost else EMPTY,
-                         min_parent=3, surrogates=1)
-    out = []
-    with pytest.raises(Refused) as info:
-        arbolin.calyx(22, inputs, functions=failing_functions(name, fail), out=out)
-    assert info.value is refusal
-    assert "".join(out) == text
-
-
-@COSTS
-@pytest.mark.parametrize("name, kids, w, value, wanted", [
-    ("mykids", "mykids", F4, np.array([[1.0]]), "single"),
-    ("mykids", "mykids", F8, np.array([[1.0]], F4), "double"),
-    ("mykids", "mykids", F8, np.array([[1]], np.int32), "double"),
-    ("mykids", "mykids", F4, np.array([[1]], np.int16), "single"),
-    ("myparent", "", F4, 1.0, "single"),
-    ("myparent", "", F8, np.array([[1]], np.int64), "double"),
-], ids=["kids-double", "kids-single", "kids-int32", "kids-int16", "parent-double",
-        "parent-int64"])
-def test_value_of_the_wrong_class_is_refused(name, kids, w, value, wanted, cost):
-    X, Y, W = data(7)
-    inputs = make_inputs(X, Y, W=W.astype(w), criterion=custom(kids),
+    inputs = make_inputs(X, Y, W=W.astype(w), criterion=custom(name * (name == "mykids")),
                          cost=COST.astype(w) if cost else EMPTY, min_parent=3, surrogates=1)
     out = []
-    with pytest.raises(HostError) as info:
-        arbolin.calyx(22, inputs, functions=failing_functions(name, lambda: value), out=out)
-    # Without a kids function the two parent calls report as parent.
-    assert info.value.identifier == IDS + ("kids" if kids else "parent") + ":TypeMismatch"
-    assert info.value.args == (name, wanted)
-    assert out == []
+    with pytest.raises((Refused, HostError)) as info:
+        arbolin.calyx(22, inputs, functions=failing_functions(
+            name, refuse if value is None else lambda: value), out=out)
+    if value is None:                 # its own error, after the module's message
+        assert info.value is REFUSAL and "".join(out) == expected
+    else:
+        assert info.value.identifier == IDS + name[2:] + ":TypeMismatch"
+        assert info.value.args == (name, expected) and out == []
 
 
 # --------------------------------------------------------------- stress
@@ -294,7 +203,7 @@ def test_many_trees_with_costs_and_call_backs_on_worker_threads():
         t = arbolin.calyx(22, make_inputs(X, Y, criterion=custom(("", "mykids")[seed // 2 % 2]),
                                           **settings), functions=functions)
         assert t[0].shape[1] > 5
-        assert_same(dict(zip(OUTPUTS, t)), dict(zip(OUTPUTS, expected)))
+        assert_same(t, expected)
 
     for seed in range(10):           # warm up: worker threads, caches, the allocator
         tree(seed)

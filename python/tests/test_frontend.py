@@ -13,7 +13,7 @@ import numpy as np
 import pytest
 
 import arbolin
-from conftest import assert_value
+from conftest import assert_same
 
 CLI = os.environ.get("ARBOLIN_CLI", "")
 DATA = Path(__file__).resolve().parents[2] / "data"
@@ -130,7 +130,7 @@ def test_cli_and_python_grow_the_same_tree(case, tmp_path, mixed):
     assert list(loaded.predict(columns)) == list(model.predict(columns))
     assert isinstance(model.outputs["SplitLevels"], arbolin.Cell)
     for name, value in loaded.outputs.items():
-        assert_value(value, model.outputs[name], name)
+        assert_same(value, model.outputs[name], name)
 
 
 def test_a_cost_file_and_a_cost_array_give_the_same_tree(tmp_path):
@@ -139,7 +139,7 @@ def test_a_cost_file_and_a_cost_array_give_the_same_tree(tmp_path):
     from_file = arbolin.fit(columns, "species", cost=tmp_path / "cost.csv").outputs
     from_array = arbolin.fit(columns, "species", cost=COSTS).outputs
     for name in arbolin.OUTPUT_NAMES:
-        assert_value(from_file[name], from_array[name], name)
+        assert_same(from_file[name], from_array[name], name)
 
 
 @pytest.mark.parametrize("flag, keyword, value", [

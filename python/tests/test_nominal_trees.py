@@ -1,8 +1,7 @@
 """Trees on nominal predictors: the level lists that a split writes and the
 rows they route, values of one class merged into one level, the choice among
 the search methods, the partitions found against a brute-force enumeration,
-the errors of the methods, the printed progress, and serial against parallel
-runs."""
+and the printed progress of a search (numeric ones too)."""
 
 import re
 
@@ -11,11 +10,9 @@ import pytest
 
 import arbolin
 from arbolin import HostError
-from conftest import OUTPUTS, make_inputs
-from test_numeric_trees import (CRITERIA, class_weights, col, gini, node_risk, node_text,
-                                same_outputs, sse)
+from conftest import (CRITERIA, assert_same, check_tree, class_weights, col, gini, grow_text,
+                      levels, make_inputs, mixed_data, node_risk, node_text, sse)
 
-ID = "tallix:silvan:learning:treeutils:"
 METHODS = {1: "Exact", 2: "PullLeft", 3: "PCA", 4: "OVAbyClass"}
 FOUND = "     Found nominal split with %i and %i levels by method %s.\n"
 
@@ -27,18 +24,11 @@ def run(X, Y, crit=None, verbosity=0, unchecked=False, **settings):
     X = np.asarray(X)
     settings.setdefault("is_cat", np.ones((1, X.shape[1]), dtype=bool))
     inputs = (crit.inputs if crit else make_inputs)(X, Y, verbosity=verbosity, **settings)
-    out = []
-    call = arbolin._core._calyx_unchecked if unchecked else arbolin.calyx
-    return dict(zip(OUTPUTS, call(22, inputs, out=out))), "".join(out)
+    return grow_text(inputs, arbolin._core._calyx_unchecked if unchecked else arbolin.calyx)
 
 
 def methods(text):
     return re.findall(r"Found nominal split with \d+ and \d+ levels by method (\w+)\.\n", text)
-
-
-def levels(t, i):
-    cell = t["SplitLevels"]                       # n by 2, column-major
-    return cell.data[i], cell.data[cell.shape[0] + i]
 
 
 def root_levels(t):
@@ -87,72 +77,6 @@ def mixed_codes(seed, k, count, n=150):
     return x[:, None], Y, W
 
 
-def mixed_data(seed, k, regression=False, extra=0, n=160, nan=0.05):
-    """Nominal columns of 6 and of 12 codes around a numeric one (and
-    `extra` numeric ones more), all bearing on the response."""
-    rng = np.random.default_rng(seed)
-    a, b = rng.integers(0, 6, n), rng.integers(0, 12, n)
-    u = rng.random((n, 1 + extra))
-    score = rng.normal(0, 1, 6)[a] + rng.normal(0, 1, 12)[b] + 1.5 * u[:, 0]
-    score += 0.4 * rng.standard_normal(n)
-    X = np.column_stack([(a * 2.5 - 4), u[:, 0], np.round(rng.normal(0, 90, 12), 1)[b], u[:, 1:]])
-    X[rng.random(X.shape) < nan] = np.nan
-    Y = score if regression else np.searchsorted(np.quantile(score, np.arange(1, k) / k),
-                                                 score).astype(float)
-    is_cat = np.zeros((1, X.shape[1]), dtype=bool)
-    is_cat[0, [0, 2]] = True
-    return X, Y, rng.integers(1, 4, n).astype(float), is_cat
-
-
-# ------------------------------------------------------ tree checks
-
-def check_tree(t, crit, X, Y, W, is_cat):
-    """Each node against the rows routed to it: by a nominal split to the
-    side whose list holds the value, by a numeric one by x < CutPoint, a
-    missing value nowhere; the gain is that of the routed rows, the parent's
-    risk charged in the share of weight present. Returns the nominal splits."""
-    k = t["ClassCount"].shape[0]
-    kids = t["Children"].astype(int) - 1
-    risk, gain, cut = col(t, "NodeRisk"), col(t, "Gain"), col(t, "CutPoint")
-    reached, nominal = {0: np.arange(len(Y))}, 0
-    for i in range(t["NodeSize"].shape[0]):
-        rows = reached.pop(i)
-        assert col(t, "NodeSize")[i] == len(rows)
-        np.testing.assert_allclose(risk[i], node_risk(crit, Y[rows], W[rows], k),
-                                   rtol=1e-9, atol=1e-12)
-        left, right = levels(t, i)
-        if not col(t, "IsBranch")[i]:
-            assert left is None and right is None
-            continue
-        j = int(col(t, "CutVar")[i]) - 1
-        x = X[rows, j]
-        present = ~np.isnan(x)
-        if is_cat[0, j]:
-            nominal += 1
-            assert np.isnan(cut[i])
-            for side in (left, right):
-                assert side.dtype == X.dtype and side.shape == (1, side.size)
-                assert (np.diff(side[0]) > 0).all()
-            left, right = left[0], right[0]
-            assert left[0] < right[-1], "sides that do not interleave have the lower values left"
-            assert set(left).isdisjoint(right) and set(left) | set(right) == set(x[present])
-            go = np.isin(x, left), np.isin(x, right)
-        else:
-            assert left is None and right is None and np.isfinite(cut[i])
-            go = x < cut[i], x >= cut[i]
-        assert col(t, "HasUnroutedRows")[i] == (not present.all())
-        sides = [rows[g] for g in go]
-        reached[kids[0, i]], reached[kids[1, i]] = sides
-        share = W[rows][present].sum() / W[rows].sum()
-        if crit.regression:
-            value = sum(sse(Y[s], W[s]) for s in sides)
-        else:
-            value = crit.kids(*(class_weights(Y[s], W[s], k) for s in sides))
-        assert abs(gain[i] - (share * risk[i] - value)) <= 1e-9 * max(risk[0], 1.0)
-    assert not reached
-    return nominal
-
-
 @pytest.mark.parametrize("name, k, alg_cat", [
     (name, k, alg) for name, k in [("gini", 2), ("gini", 3), ("deviance", 4), ("gini", 5)]
     for alg in range(5)] + [("mse", 1, 0), ("mse", 1, 4)])
@@ -163,7 +87,7 @@ def test_mixed_tree_is_consistent(name, k, alg_cat):
     # stays out of its running sums, and the gain is not that of the rows.
     t, text = run(X, Y, crit, verbosity=2, W=W, is_cat=is_cat, alg_cat=alg_cat, max_cat=8,
                   min_parent=10)
-    assert check_tree(t, crit, X, Y, W, is_cat) >= 2
+    assert check_tree(t, crit, X, Y, W, is_cat, min_parent=10) >= 2
     found = set(methods(text))
     allowed = ({"Regression"} if crit.regression else {"PullLeft"} if k == 2
                else {METHODS[alg_cat]} if alg_cat
@@ -234,8 +158,8 @@ def test_regression_sides_exchange_only_when_apart(means, left, right):
 
 # ---------------------------------------------------- method choice
 
-def root_only(X, Y, W, **settings):
-    return run(X, Y, verbosity=2, W=W, min_parent=2, max_splits=1, **settings)
+def root_only(X, Y, **settings):
+    return run(X, Y, verbosity=2, min_parent=2, max_splits=1, **settings)
 
 
 @pytest.mark.parametrize("k, count, seed", [(3, 8, 4), (3, 7, 3), (4, 10, 9), (5, 8, 3),
@@ -247,7 +171,7 @@ def test_automatic_choice_by_levels_and_classes(k, count, seed):
     X, Y, W = mixed_codes(seed, k, count)
     alone, gains = {}, {}
     for alg, name in METHODS.items():
-        alone[alg], text = root_only(X, Y, W, alg_cat=alg)
+        alone[alg], text = root_only(X, Y, W=W, alg_cat=alg)
         assert methods(text) == [name]
         gains[alg] = col(alone[alg], "Gain")[0]
     assert max(gains.values()) <= gains[1] * (1 + 1e-12), "no method beats the enumeration"
@@ -256,52 +180,37 @@ def test_automatic_choice_by_levels_and_classes(k, count, seed):
     first, second = (3, 4) if k <= 4 else (2, 3)
     winner = second if gains[second] > gains[first] else first
     for max_cat, alg in [(count, 1), (count + 5, 1), (count - 1, winner), (1, winner)]:
-        t, text = root_only(X, Y, W, alg_cat=0, max_cat=max_cat)
+        t, text = root_only(X, Y, W=W, alg_cat=0, max_cat=max_cat)
         assert methods(text) == [METHODS[alg]], f"MaxCat {max_cat}"
-        same_outputs(list(t.values()), list(alone[alg].values()))
+        assert_same(t, alone[alg])
 
 
-@pytest.mark.parametrize("alg_cat, max_cat", [(0, 2), (0, 50), (1, 10), (3, 10), (4, 10),
-                                              (5, 10), (7, 10)])
-def test_two_classes_always_pull_left(alg_cat, max_cat):
-    X, Y, W = mixed_codes(2, 2, 9)
-    # calyx refuses codes past 4; the module never looks at them here.
-    t, text = root_only(X, Y, W, alg_cat=alg_cat, max_cat=max_cat, unchecked=alg_cat > 4)
-    assert methods(text) == ["PullLeft"]
-    same_outputs(list(t.values()), list(root_only(X, Y, W, alg_cat=2)[0].values()))
-
-
-# ----------------------------------------------------------- errors
-
-@pytest.mark.parametrize("alg_cat", [5, 7])
-@pytest.mark.parametrize("k, criterion, nominal, fails", [
-    (3, "gini", True, True), (5, "gini", True, True), (3, "gini", False, False),
-    (3, "mse", True, False)], ids=["3-classes", "5-classes", "numeric-only", "regression"])
-def test_unknown_method_code(k, criterion, nominal, fails, alg_cat):
-    # Refused at the first nominal search with three classes or more, and
-    # never looked at otherwise (two classes: see above). calyx refuses such
-    # codes before the call, so the module is called as is.
-    X, Y, W = mixed_codes(k, k, 5)
+@pytest.mark.parametrize("k, criterion, nominal, alg_cat, max_cat", [
+    (2, "gini", True, 0, 2), (2, "gini", True, 0, 50), (2, "gini", True, 1, 10),
+    (2, "gini", True, 3, 10), (2, "gini", True, 4, 10), (2, "gini", True, 5, 10),
+    (2, "gini", True, 7, 10), (3, "gini", False, 5, 10), (3, "mse", True, 7, 10)])
+def test_method_code_without_a_choice_to_make(k, criterion, nominal, alg_cat, max_cat):
+    # Two classes always pull left; a numeric predictor or a regression has
+    # no method to choose. calyx refuses codes past 4 (the module's refusal
+    # with a choice to make is in test_input_contract); here it never looks.
+    X, Y, W = mixed_codes(k, k, 9)
     settings = dict(W=W, criterion=criterion, is_cat=np.full((1, 1), nominal))
-    if not fails:
-        same_outputs(list(run(X, Y, alg_cat=alg_cat, unchecked=True, **settings)[0].values()),
-                     list(run(X, Y, **settings)[0].values()))
-        return
-    with pytest.raises(HostError) as info:
-        run(X, Y, alg_cat=alg_cat, unchecked=True, **settings)
-    assert info.value.identifier == ID + "IndexedColumn:findNominalSplitWithBestGain:BadAlgCat"
-    assert info.value.args == ()
+    t, text = root_only(X, Y, alg_cat=alg_cat, max_cat=max_cat, unchecked=alg_cat > 4, **settings)
+    expected, expected_text = root_only(X, Y, **settings)
+    assert methods(text) == methods(expected_text) == (["PullLeft"] if k == 2 else
+                                                       ["Regression"] if nominal else [])
+    assert_same(t, expected)
 
 
-@pytest.mark.parametrize("alg_cat, max_cat", [(1, 10), (0, 64)])
-def test_enumeration_refuses_64_levels(alg_cat, max_cat):
-    # 64 codes, each with two classes: none merges.
-    x = np.repeat(np.arange(64.0), 2)[:, None]
-    Y = np.ravel([[v % 3, (v + 1) % 3] for v in range(64)]).astype(float)
-    with pytest.raises(HostError) as info:
-        run(x, Y, alg_cat=alg_cat, max_cat=max_cat, max_splits=1, unchecked=max_cat > 63)
-    assert info.value.identifier == ID + "ClassificationNominalSplitFinder:exact:TooManyLevels"
-    assert info.value.args == (64,)
+def sixty_four_levels():
+    """64 codes, each with two classes: none merges."""
+    return (np.repeat(np.arange(64.0), 2)[:, None],
+            np.ravel([[v % 3, (v + 1) % 3] for v in range(64)]).astype(float))
+
+
+def test_levels_past_max_cat_63_go_to_the_heuristics():
+    # The enumeration refuses 64 levels (see test_input_contract).
+    x, Y = sixty_four_levels()
     t, text = run(x, Y, verbosity=2, max_cat=63, max_splits=1)
     assert methods(text) and set(methods(text)) <= {"PCA", "OVAbyClass"}
 
@@ -314,9 +223,10 @@ def test_failed_host_allocation_in_pca(k):
     arbolin._core._fail_next_allocation()
     with pytest.raises(HostError) as info:
         arbolin.calyx(22, inputs)
-    assert info.value.identifier == ID + "ClassificationNominalSplitFinder:pca:MemoryLessThanXBytes"
+    assert info.value.identifier == ("tallix:silvan:learning:treeutils:"
+                                     "ClassificationNominalSplitFinder:pca:MemoryLessThanXBytes")
     assert info.value.args == (k * k * 8,)
-    same_outputs(arbolin.calyx(22, inputs), expected)
+    assert_same(arbolin.calyx(22, inputs), expected)
 
 
 # ------------------------------------------- against an enumeration
@@ -416,23 +326,31 @@ def level_table(table, lists):
     return text
 
 
-def progress(verbosity, table, lists, nodes, search, found):
-    """The text of a root-only tree on one nominal predictor of unit
-    weights; `nodes` are the (class counts, risk) of the root and its
-    children, `search` the method's own lines by verbosity."""
+def sorted_levels(lists):
+    return "Sorted categories per class:\n" + "".join(
+        f"   Class {k}:" + "".join(f"  {c}" for c in order) + "\n" for k, order in enumerate(lists))
+
+
+def risk(*counts):
+    return float(gini(np.array(counts, dtype=float)))
+
+
+def progress(verbosity, nodes, divided, searched, search, found):
+    """The text of a root-only tree on one predictor of unit weights. `nodes`
+    are the (class counts, risk) of the root and its children; the search
+    adds `divided` at verbosity 4, `searched` at 3, search(verbosity), and
+    `found` at 2."""
     shown = [node_text(sum(c), np.array(c) / sum(c), c, r) for c, r in nodes]
     text = shown[0] + "\nProcessing layer 0 with maximal number of splits 1...\n"
     text += "    Splitting node 0...\n"
     if verbosity >= 2:
         text += "Sorting variable 0...\nDividing variable 0...\n"
     if verbosity >= 4:
-        text += "Sorted categories per class:\n" + "".join(
-            f"   Class {k}:" + "".join(f"  {c}" for c in order) + "\n"
-            for k, order in enumerate(lists))
+        text += divided
     if verbosity >= 2:
         text += "Performing exhaustive search on variable 0...\n"
     if verbosity >= 3:
-        text += "critParent_ = %g\n" % nodes[0][1] + level_table(table, lists)
+        text += "critParent_ = %g\n" % nodes[0][1] + searched
         text += "".join("  Ptot(%i)=%g" % p for p in enumerate(nodes[0][0])) + "\n"
     text += search(verbosity)
     if verbosity >= 2:
@@ -442,77 +360,66 @@ def progress(verbosity, table, lists, nodes, search, found):
     return text + "    Found 1 split candidates.\n" + shown[1] + shown[2]
 
 
-def risk(*counts):
-    return float(gini(np.array(counts, dtype=float)))
-
-
-@pytest.mark.parametrize("verbosity", [1, 2, 3, 4])
-def test_progress_text_of_the_exact_method(verbosity):
+PROGRESS = {
+    # Six rows of one numeric predictor; classes 0 0 1 0 1 1 by rising x.
+    # Divisions at positions 1, 2, 3 (x 0.2, 0.3, 0.4): risks 0 + 1.5,
+    # 4/3 + 4/3, 1.5 + 0. The lower of the two equal ones wins: cut 0.25.
+    "numeric": dict(
+        x=[0.4, 0.1, 0.6, 0.2, 0.5, 0.3], y=[0, 0, 1, 0, 1, 1], nominal=False, split=0.25,
+        nodes=[([3, 3], 3.0), ([2, 0], 0.0), ([1, 3], 1.5)],
+        divided="deltaclass after 1st minleaf = 0  divisions:\n"
+                "  i-1=0  i0=1  i+1=2  x-1=0.1  x0=0.1  x+1=0.1  y=0  y+1=1  Ndiv=0\n"
+                "  i-1=2  i0=2  i+1=3  x-1=0.3  x0=0.2  x+1=0.3  y=1  y+1=0  Ndiv=1\n"
+                "  i-1=3  i0=3  i+1=4  x-1=0.4  x0=0.3  x+1=0.4  y=0  y+1=1  Ndiv=2\n"
+                "  i-1=4  i0=4  i+1=5  x-1=0.5  x0=0.4  x+1=0.5  y=1  y+1=1  Ndiv=3\n"
+                "  Ndiv at exit = 3  Last division = 3\n",
+        searched="Found 3 numeric divisions:\n"
+                 "   idx=1  pos=0.2   idx=2  pos=0.3   idx=3  pos=0.4\n",
+        search=lambda v: "".join("  critFromKids %13.10g   at split (lower) = %13.10g\n" % pair
+                                 for pair in [(1.5, 0.2), (2 * risk(2, 1), 0.3), (1.5, 0.4)]
+                                 if v >= 4),
+        found=""),
     # Code 2 (classes 1 2) is level 0, code 5 (0 1 1) level 1, codes 7 and
     # 9 (class 2 only) level 2. Masks 1, 2, 3 leave 1 + 3.2, 4 / 3 + 1.5
     # and 2.8 + 0: {2, 5} | {7, 9}.
-    x = np.array([5, 2, 7, 5, 9, 2, 5.0])[:, None]
-    Y = np.array([0, 1, 2, 1, 2, 2, 1.0])
-    table = {0: ([2], [0, 1, 1]), 1: ([5], [1, 2, 0]), 2: ([7, 9], [0, 0, 2])}
-
-    def search(v):
-        text = "Will inspect 6 categorical splits for the exact method.\n" if v >= 3 else ""
-        return text + "".join(
-            "     Analyzing split with Nbelow=%i  Nabove=%i   Wbelow=%g    Wabove=%g\n" % (b, 7 - b,
-                                                                                      b, 7 - b)
-            for b in (2, 3, 5) if v >= 4)
-
-    nodes = [([1, 3, 3], risk(1, 3, 3)), ([1, 3, 1], risk(1, 3, 1)), ([0, 0, 2], 0.0)]
-    t, text = run(x, Y, verbosity=verbosity, min_parent=2, max_splits=1)
-    assert root_levels(t) == ([2, 5], [7, 9])
-    assert text == progress(verbosity, table, [[1], [1, 0], [2, 0]], nodes, search,
-                            FOUND % (2, 1, "Exact"))
-
-
-@pytest.mark.parametrize("verbosity", [1, 2, 3, 4])
-def test_progress_text_of_the_pull_left_method(verbosity):
+    "exact": dict(
+        x=[5, 2, 7, 5, 9, 2, 5], y=[0, 1, 2, 1, 2, 2, 1], nominal=True, split=([2, 5], [7, 9]),
+        nodes=[([1, 3, 3], risk(1, 3, 3)), ([1, 3, 1], risk(1, 3, 1)), ([0, 0, 2], 0.0)],
+        divided=sorted_levels([[1], [1, 0], [2, 0]]),
+        searched=level_table({0: ([2], [0, 1, 1]), 1: ([5], [1, 2, 0]), 2: ([7, 9], [0, 0, 2])},
+                             [[1], [1, 0], [2, 0]]),
+        search=lambda v: ("Will inspect 6 categorical splits for the exact method.\n"
+                          if v >= 3 else "") + "".join(
+            "     Analyzing split with Nbelow=%i  Nabove=%i   Wbelow=%g    Wabove=%g\n"
+            % (b, 7 - b, b, 7 - b) for b in (2, 3, 5) if v >= 4),
+        found=FOUND % (2, 1, "Exact")),
     # Two classes: codes 1 (classes 0 1), 3 (0 0 1), 4 (0 1 1 1) are levels
     # 0 to 2, codes 6 (class 0) and 8 (class 1) levels 3 and 4. Pulled by
     # falling share of class 0: 3, 1, 0, 2, leaving 4.8, 1.5 + 20 / 7,
     # 8 / 3 + 1.6 and 5 + 0; the third is best: {1, 3, 6} | {4, 8}.
-    x = np.array([4, 1, 3, 8, 4, 3, 6, 1, 4, 3, 4.0])[:, None]
-    Y = np.array([0, 0, 0, 1, 1, 0, 0, 1, 1, 1, 1.0])
-    table = {0: ([1], [1, 1]), 1: ([3], [2, 1]), 2: ([4], [1, 3]), 3: ([6], [1, 0]),
-             4: ([8], [0, 1])}
-    crit = risk(4, 2) + risk(1, 4)
-
-    def search(v):
-        if v < 4:
-            return ""
-        return "".join("Pulling category indices for classes: Class=0  Index=%i\n"
-                       "Pulling categories:  %i\n     Found bestK=0  ncat=%i\n" % (p, c, c)
-                       for p, c in [(0, 3), (0, 1), (1, 0), (2, 2)]) + \
-            "   Split candidate with Crit=%g  Nbelow=6   Nabove=5\n" % crit
-
-    nodes = [([5, 6], risk(5, 6)), ([4, 2], risk(4, 2)), ([1, 4], risk(1, 4))]
-    t, text = run(x, Y, verbosity=verbosity, min_parent=2, max_splits=1)
-    assert root_levels(t) == ([1, 3, 6], [4, 8])
-    assert text == progress(verbosity, table, [[3, 1, 0, 2], [4, 2, 0, 1]], nodes, search,
-                            FOUND % (3, 2, "PullLeft"))
+    "pull-left": dict(
+        x=[4, 1, 3, 8, 4, 3, 6, 1, 4, 3, 4], y=[0, 0, 0, 1, 1, 0, 0, 1, 1, 1, 1], nominal=True,
+        split=([1, 3, 6], [4, 8]), nodes=[([5, 6], risk(5, 6)), ([4, 2], risk(4, 2)),
+                                          ([1, 4], risk(1, 4))],
+        divided=sorted_levels([[3, 1, 0, 2], [4, 2, 0, 1]]),
+        searched=level_table({0: ([1], [1, 1]), 1: ([3], [2, 1]), 2: ([4], [1, 3]),
+                              3: ([6], [1, 0]), 4: ([8], [0, 1])}, [[3, 1, 0, 2], [4, 2, 0, 1]]),
+        search=lambda v: "" if v < 4 else "".join(
+            "Pulling category indices for classes: Class=0  Index=%i\n"
+            "Pulling categories:  %i\n     Found bestK=0  ncat=%i\n" % (p, c, c)
+            for p, c in [(0, 3), (0, 1), (1, 0), (2, 2)])
+        + "   Split candidate with Crit=%g  Nbelow=6   Nabove=5\n" % (risk(4, 2) + risk(1, 4)),
+        found=FOUND % (3, 2, "PullLeft")),
+}
 
 
-# ------------------------------------------------ serial against parallel
-
-@pytest.mark.parametrize("dtype", [np.float64, np.float32])
-@pytest.mark.parametrize("name, k", [("gini", 2), ("gini", 3), ("deviance", 5), ("mse", 1)])
-def test_serial_run_gives_the_parallel_tree(name, k, dtype):
-    crit = CRITERIA[name]
-    X, Y, W, is_cat = mixed_data(40 + k, k, crit.regression, extra=2, n=300)
-    X, Y, W = X.astype(dtype), Y.astype(dtype), W.astype(dtype)
-
-    def grown(verbosity):
-        inputs = crit.inputs(X, Y, W=W, is_cat=is_cat, max_cat=8, min_leaf=2, min_parent=5,
-                             verbosity=verbosity)
-        return arbolin.calyx(22, inputs, out=[])
-
-    parallel = grown(0)
-    same_outputs(parallel, grown(1))
-    assert parallel[12][1:].min() >= 2                  # MinLeaf
-    nominal = np.isnan(parallel[5][:, 0]) & (parallel[6][:, 0] > 0)
-    assert nominal.sum() >= 2
-    assert all(v.dtype == dtype for v in parallel[4].data if v is not None)
+@pytest.mark.parametrize("verbosity", [1, 2, 3, 4])
+@pytest.mark.parametrize("case", PROGRESS)
+def test_progress_text_of_a_search(case, verbosity):
+    c = PROGRESS[case]
+    t, text = run(np.array(c["x"], dtype=float)[:, None], np.array(c["y"], dtype=float),
+                  verbosity=verbosity, min_parent=2, max_splits=1,
+                  is_cat=np.full((1, 1), c["nominal"]))
+    assert (root_levels(t) if c["nominal"] else col(t, "CutPoint")[0]) == c["split"]
+    assert text == progress(verbosity, c["nodes"], c["divided"], c["searched"], c["search"],
+                            c["found"])

@@ -1,7 +1,7 @@
 """Choosing the predictors of a node by curvature and interaction tests: the
 p-values of the F test and of the chi-square test against their textbook
 forms, the bins of a numeric predictor, the pair tests, each branch of the
-choice, serial against parallel runs, and the printed progress.
+choice, and the printed progress.
 
 Weights sum to 1 and every row is at the root, the scale on which the
 module's statistics are the textbook ones."""
@@ -13,11 +13,8 @@ import pytest
 from scipy import stats
 
 import arbolin
-from conftest import OUTPUTS, make_inputs
-from test_nominal_trees import mixed_data
-from test_numeric_trees import col, random_data, same_outputs
+from conftest import F4, F8, assert_same, col, grow_text, make_inputs, random_data
 
-F8, F4 = np.float64, np.float32
 ROOT = "    Splitting node 0...\n"
 
 
@@ -28,11 +25,9 @@ def run(X, Y, verbosity=2, **settings):
     settings.setdefault("W", np.full(len(X), 1 / len(X)))
     settings.setdefault("curvature", True)
     settings.setdefault("min_parent", len(X))
-    out = []
-    t = arbolin.calyx(22, make_inputs(X, Y, verbosity=verbosity, **settings), out=out)
-    text = "".join(out)
+    t, text = grow_text(make_inputs(X, Y, verbosity=verbosity, **settings))
     block = text[text.index(ROOT) + len(ROOT):] if ROOT in text else ""
-    return dict(zip(OUTPUTS, t)), block.split("\nProcessing layer")[0]
+    return t, block.split("\nProcessing layer")[0]
 
 
 def root(t, name):
@@ -123,52 +118,52 @@ def check_choice(t, block, expected):
 
 # --------------------------------------------------- the single-predictor tests
 
-@pytest.mark.parametrize("seed, k, regression, nan, noise, w_type", [
-    (1, 2, False, 0.0, False, F8), (2, 3, False, 0.0, False, F8), (3, 4, False, 0.1, False, F8),
-    (4, 1, True, 0.0, False, F8), (5, 1, True, 0.1, False, F8), (6, 2, False, 0.0, True, F8),
-    (3, 4, False, 0.1, False, F4), (5, 1, True, 0.1, False, F4), (6, 2, False, 0.0, True, F4)])
-def test_f_test_is_one_way_analysis_of_variance(seed, k, regression, nan, noise, w_type):
-    X, Y, _ = random_data(seed, n=90, d=3, k=k, regression=regression, nan=nan)
-    if noise:                                   # the response's predictors replaced
-        X[:, :2] = np.random.default_rng(seed).random((90, 2))
-    t, block = run(X, Y, criterion="mse" if regression else "gini",
-                   W=np.full(90, 1 / 90, dtype=w_type))
-    g = groups(Y, regression)
-    check_choice(t, block, [f_pvalue(x, g) for x in X.T])
-    assert (root(t, "CurvatureTests")[0, 0] == 4) == noise
-    assert "bins" not in block and "Sorting" not in block    # no sort unless searched
+def single_predictor_data(test, seed, k, nan):
+    """Three predictors and k classes (1: a response) for the F test, the
+    chi-square test on bins, or on the levels of nominal predictors."""
+    if test == "levels":
+        rng = np.random.default_rng(seed)
+        X = rng.integers(0, 5, (150, 3)).astype(float)
+        Y = ((X[:, 1] + 2 * rng.random(150)) > 3.5).astype(float)
+        if k == 1:
+            Y = X[:, 1] + 3 * rng.standard_normal(150)
+        X[rng.random(X.shape) < nan] = np.nan
+        return X, Y
+    n = 90 if test.startswith("F") else 120
+    X, Y, _ = random_data(seed, n=n, d=3, k=k, regression=k == 1, nan=nan)
+    if test == "F-noise":                       # the response's predictors replaced
+        X[:, :2] = np.random.default_rng(seed).random((n, 2))
+    return X, Y
 
 
-@pytest.mark.parametrize("seed, k, regression, nan, w_type", [
-    (11, 2, False, 0.0, F8), (12, 3, False, 0.0, F8), (13, 3, False, 0.1, F8),
-    (14, 1, True, 0.0, F8), (15, 1, True, 0.1, F8), (13, 3, False, 0.1, F4),
-    (15, 1, True, 0.1, F4)])
-def test_chisq_test_is_pearson_on_the_bins(seed, k, regression, nan, w_type):
-    X, Y, _ = random_data(seed, n=120, d=3, k=k, regression=regression, nan=nan)
-    t, block = run(X, Y, criterion="mse" if regression else "gini", chisq=True,
-                   W=np.full(120, 1 / 120, dtype=w_type))
-    sizes = printed_bins(block)
-    assert all(2 <= len(s) <= 4 for s in sizes.values()) and len(sizes) == 3
-    g = groups(Y, regression)
-    check_choice(t, block, [chi2_pvalue(bin_codes(x, sizes[j]), g) for j, x in enumerate(X.T)])
-
-
-@pytest.mark.parametrize("regression", [False, True])
-@pytest.mark.parametrize("nan", [0.0, 0.1])
-def test_nominal_predictor_takes_the_chisq_test_on_its_levels(regression, nan):
-    rng = np.random.default_rng(21)
-    n = 150
-    X = rng.integers(0, 5, (n, 3)).astype(float)
-    Y = ((X[:, 1] + 2 * rng.random(n)) > 3.5).astype(float)
-    if regression:
-        Y = X[:, 1] + 3 * rng.standard_normal(n)
-    X[rng.random(X.shape) < nan] = np.nan
-    t, block = run(X, Y, criterion="mse" if regression else "gini",
-                   is_cat=np.ones((1, 3), dtype=bool))
-    assert "F curvature" not in block and "bins" not in block
-    g = groups(Y, regression)
-    check_choice(t, block, [chi2_pvalue(level_codes(x, None if regression else g), g)
-                            for x in X.T])
+@pytest.mark.parametrize("test, seed, k, nan, w_type", [
+    ("F", 1, 2, 0.0, F8), ("F", 2, 3, 0.0, F8), ("F", 3, 4, 0.1, F8), ("F", 4, 1, 0.0, F8),
+    ("F", 5, 1, 0.1, F8), ("F-noise", 6, 2, 0.0, F8), ("F", 3, 4, 0.1, F4), ("F", 5, 1, 0.1, F4),
+    ("F-noise", 6, 2, 0.0, F4), ("bins", 11, 2, 0.0, F8), ("bins", 12, 3, 0.0, F8),
+    ("bins", 13, 3, 0.1, F8), ("bins", 14, 1, 0.0, F8), ("bins", 15, 1, 0.1, F8),
+    ("bins", 13, 3, 0.1, F4), ("bins", 15, 1, 0.1, F4), ("levels", 21, 2, 0.0, F8),
+    ("levels", 21, 2, 0.1, F8), ("levels", 21, 1, 0.0, F8), ("levels", 21, 1, 0.1, F8)])
+def test_p_values_are_the_textbook_ones(test, seed, k, nan, w_type):
+    # The F test is one-way analysis of variance; the chi-square test is
+    # Pearson's, on the bins of a numeric predictor (with chisq set) or on
+    # the levels of a nominal one.
+    X, Y = single_predictor_data(test, seed, k, nan)
+    t, block = run(X, Y, criterion="mse" if k == 1 else "gini", chisq=test == "bins",
+                   is_cat=np.full((1, 3), test == "levels"),
+                   W=np.full(len(Y), 1 / len(Y), dtype=w_type))
+    g = groups(Y, k == 1)
+    if test == "bins":
+        sizes = printed_bins(block)
+        assert all(2 <= len(s) <= 4 for s in sizes.values()) and len(sizes) == 3
+        expected = [chi2_pvalue(bin_codes(x, sizes[j]), g) for j, x in enumerate(X.T)]
+    elif test == "levels":
+        assert "F curvature" not in block and "bins" not in block
+        expected = [chi2_pvalue(level_codes(x, None if k == 1 else g), g) for x in X.T]
+    else:
+        assert "bins" not in block and "Sorting" not in block    # no sort unless searched
+        assert (root(t, "CurvatureTests")[0, 0] == 4) == (test == "F-noise")
+        expected = [f_pvalue(x, g) for x in X.T]
+    check_choice(t, block, expected)
 
 
 @pytest.mark.parametrize("counts, rising, falling", [
@@ -197,11 +192,9 @@ def test_a_child_keeps_the_scale_of_the_whole_data(chisq):
     chi-square statistic stays N S: its expected values r k / N are the
     products of row and class weights, not divided by the node's weight."""
     X, Y, _ = random_data(7, n=120, d=3, k=2)
-    out = []
-    t = dict(zip(OUTPUTS, arbolin.calyx(22, make_inputs(
-        X, Y, W=np.full(120, 1 / 120), curvature=True, chisq=chisq, max_splits=3,
-        verbosity=2), out=out)))
-    block = "".join(out).split("    Splitting node 1...\n")[1].split("    Splitting node")[0]
+    t, text = grow_text(make_inputs(X, Y, W=np.full(120, 1 / 120), curvature=True, chisq=chisq,
+                                    max_splits=3, verbosity=2))
+    block = text.split("    Splitting node 1...\n")[1].split("    Splitting node")[0]
     rows = X[:, int(col(t, "CutVar")[0]) - 1] < col(t, "CutPoint")[0]
     assert t["Children"][0, 0] == 2 and 0 < rows.sum() < 120
     g = groups(Y[rows], False)
@@ -390,32 +383,8 @@ def test_curvature_in_force_only_with_two_predictors_and_enough_rows(d, k, min_l
     assert (root(on, "CurvatureTests") is not None) == in_force
     assert on["CurvatureTests"].shape == (len(col(on, "CutVar")), 1)
     if not in_force:
-        same_outputs([v for name, v in on.items() if name != "CurvatureTests"],
-                     [v for name, v in off.items() if name != "CurvatureTests"])
-
-
-# ------------------------------------------------ serial against parallel
-
-@pytest.mark.parametrize("dtype", [np.float64, np.float32])
-@pytest.mark.parametrize("regression", [False, True])
-@pytest.mark.parametrize("interaction, chisq", [(False, False), (False, True), (True, False)])
-def test_serial_run_gives_the_parallel_tree(interaction, chisq, regression, dtype):
-    X, Y, W, is_cat = mixed_data(50 + regression, 3, regression, extra=2, n=300, nan=0.08)
-    X, Y, W = X.astype(dtype), Y.astype(dtype), (W / W.sum()).astype(dtype)
-
-    def grown(verbosity):
-        inputs = make_inputs(X, Y, W=W, is_cat=is_cat, criterion="mse" if regression else "gini",
-                             min_leaf=2, min_parent=5, curvature=True, interaction=interaction,
-                             chisq=chisq, verbosity=verbosity)
-        return arbolin.calyx(22, inputs, out=[])
-
-    parallel = grown(0)
-    same_outputs(parallel, grown(1))
-    tests = dict(zip(OUTPUTS, parallel))
-    curvature = [v for v in tests["CurvatureTests"].data if v is not None]
-    assert len(curvature) >= 5 and all(v.dtype == dtype for v in curvature)
-    pairs = [v for v in tests["InteractionTests"].data if v is not None] if interaction else []
-    assert len(pairs) >= (3 if interaction else 0)
+        on.pop("CurvatureTests"), off.pop("CurvatureTests")
+        assert_same(on, off)
 
 
 # ------------------------------------------------------------ printed progress
