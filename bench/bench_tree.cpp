@@ -75,11 +75,11 @@ int main(int argc, char** argv) {
         ArrayPtr minLeaf = scalar(1), minParent = scalar(10), maxSplits = scalar(N),
                  sample = scalar(static_cast<double>(D)), zero = scalar(0), maxCat = scalar(10),
                  risk = scalar(0), no = flag(false);
-        const cxArray* inputs[20] = {X.get(),        Y.get(),     W.get(),      R.get(),
-                                     isCat.get(),    crit.get(),  minLeaf.get(), minParent.get(),
-                                     maxSplits.get(), sample.get(), zero.get(),  maxCat.get(),
-                                     zero.get(),     empty.get(), risk.get(),   no.get(),
-                                     no.get(),       no.get(),    empty.get(),  zero.get()};
+        const cxArray* inputs[20] = {X.get(),         Y.get(),      W.get(),       R.get(),
+                                     isCat.get(),     crit.get(),   minLeaf.get(), minParent.get(),
+                                     maxSplits.get(), sample.get(), zero.get(),    maxCat.get(),
+                                     zero.get(),      empty.get(),  risk.get(),    no.get(),
+                                     no.get(),        no.get(),     empty.get(),   zero.get()};
         cxArray* outputs[1] = {nullptr};
         const auto start = std::chrono::steady_clock::now();
         module.call(1, outputs, 20, inputs);

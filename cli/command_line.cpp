@@ -27,7 +27,7 @@ std::string boundHelp(const OptionRow& option) {
         return option.upper == nullptr ? "" : "; " + least + " or more";
     }
     const std::string most = option.upperHelp.empty() ? formatNumber(*option.upper(DataShape{}))
-                                                    : std::string(option.upperHelp);
+                                                      : std::string(option.upperHelp);
     return "; from " + least + " to " + most;
 }
 
@@ -37,10 +37,10 @@ std::string helpText(const OptionRow& option) {
         text += "; the option given again adds to the list";
     }
     if (option.kind == OptionKind::Flag && option.defaultHelp == "off") return text;
-    const std::string fallback = option.defaultHelp.empty() ? std::string(option.value)
-                                                          : std::string(option.defaultHelp);
-    text += " [default: " + (fallback.empty() ? std::string("none") : fallback) + boundHelp(option) +
-            "]";
+    const std::string fallback =
+        option.defaultHelp.empty() ? std::string(option.value) : std::string(option.defaultHelp);
+    text += " [default: " + (fallback.empty() ? std::string("none") : fallback) +
+            boundHelp(option) + "]";
     return text;
 }
 
@@ -159,8 +159,9 @@ CLI::App* addPredictCommand(CLI::App& app, PredictArgs& args) {
     predict->add_option("model", args.model, "model JSON written by arbolin fit")
         ->required()
         ->type_name("MODEL.json");
-    predict->add_option("data", args.data,
-                        "CSV file with a header row naming the predictors, or a bundled data set")
+    predict
+        ->add_option("data", args.data,
+                     "CSV file with a header row naming the predictors, or a bundled data set")
         ->required()
         ->type_name("DATA");
     predict->add_option("--output", args.output, "write to this file [default: standard output]")

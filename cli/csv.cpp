@@ -141,10 +141,10 @@ struct CsvParse {
     explicit CsvParse(CsvTable& t) : table(t) {}
 
     CsvTable& table;
-    std::uint64_t line = 0;         // physical line being parsed
-    std::uint64_t field = 0;        // fields so far in this record
-    std::uint64_t recordLine = 0;   // where this record started
-    std::uint64_t lastEnd = 0;      // line of the last complete record
+    std::uint64_t line = 0;        // physical line being parsed
+    std::uint64_t field = 0;       // fields so far in this record
+    std::uint64_t recordLine = 0;  // where this record started
+    std::uint64_t lastEnd = 0;     // line of the last complete record
     bool inHeader = true;
     bool headerIsData = false;
     bool checkUtf8 = true;
@@ -285,8 +285,9 @@ CsvTable CsvTable::parse(std::string_view bytes, const std::string& name, const 
         converted = latin1ToUtf8(bytes);
         bytes = converted;
     } else if (bytes.starts_with("\xFF\xFE") || bytes.starts_with("\xFE\xFF")) {
-        throw UserError(name + ": the file is UTF-16 (it starts with a UTF-16 byte order mark); "
-                               "save it as UTF-8");
+        throw UserError(name +
+                        ": the file is UTF-16 (it starts with a UTF-16 byte order mark); "
+                        "save it as UTF-8");
     }
     table.delimiter_ = format.delimiter != 0 ? format.delimiter : detectDelimiter(bytes);
     if (format.delimiter == 0 && table.delimiter_ != ',') {

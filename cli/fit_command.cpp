@@ -98,13 +98,12 @@ void runFit(const FitArgs& args) {
                   << (data.classes.size() == 1 ? " class)" : " classes)");
     }
     std::cout << ", " << data.predictors.size() << " predictors, " << data.rows << " rows, "
-              << settings.text("criterion") << (model.single ? ", single precision" : "")
-              << ":\n";
+              << settings.text("criterion") << (model.single ? ", single precision" : "") << ":\n";
     if (!settings.flag("quiet")) renderText(std::cout, model, grown.tree);
     const double total =
         std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    std::cout << "nodes " << shape.nodes << ", leaves " << shape.leaves << ", depth "
-              << shape.depth << '\n'
+    std::cout << "nodes " << shape.nodes << ", leaves " << shape.leaves << ", depth " << shape.depth
+              << '\n'
               << (data.classification
                       ? std::string(data.weights.empty() ? "training accuracy "
                                                          : "training accuracy (weighted) ")

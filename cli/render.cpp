@@ -48,8 +48,8 @@ std::string nodeSummary(const Model& model, const TreeView& tree, const TreeNode
     if (!model.classification) return text + "mean " + formatShort(node.value);
     text += model.classes.label(node.value) + "  (";
     for (std::size_t k = 0; k < node.classProb.size(); ++k) {
-        const double share = tree.singleWeights ? static_cast<float>(node.classProb[k])
-                                                : node.classProb[k];
+        const double share =
+            tree.singleWeights ? static_cast<float>(node.classProb[k]) : node.classProb[k];
         text += (k == 0 ? "" : ", ") + model.classes.labels()[k] + " " + formatShort(share, 3);
     }
     return text + ")";
@@ -59,8 +59,8 @@ std::string nodeSummary(const Model& model, const TreeView& tree, const TreeNode
 
 namespace {
 
-void missingNote(std::ostream& out, const Model& model, const TreeView& tree,
-                 const TreeNode& node, const std::string& indent) {
+void missingNote(std::ostream& out, const Model& model, const TreeView& tree, const TreeNode& node,
+                 const std::string& indent) {
     const std::string& name = model.predictors[static_cast<std::size_t>(node.split)].name;
     if (!node.surrogates.empty()) {
         // The first surrogate in which a row has a value decides.

@@ -59,8 +59,7 @@ void IndexedColumn<X, Y, W>::exhaustiveSearch() {
         prefetchAhead(w_, rows, i, n);
         prefetchAhead(y_, rows, i, n);
         const std::uint64_t r = rows[i];
-        const std::uint64_t k =
-            classCriterion_ != nullptr ? classOf(y_[r]) : 0;
+        const std::uint64_t k = classCriterion_ != nullptr ? classOf(y_[r]) : 0;
         Ptot[k] += w_[r];
     }
     const W total = sumInOrder(Ptot);
@@ -114,11 +113,10 @@ template <class X, class Y, class W>
 W IndexedColumn<X, Y, W>::findNumericSplitWithBestGain(const ClassWeights<W>& Ptot) {
     std::unique_ptr<SplitCriterionEvaluator<W>> evaluator;
     if (classCriterion_ != nullptr) {
-        evaluator = std::make_unique<ClassificationSplitCriterionEvaluator<Y, W>>(
-            y_, w_, Ptot, classCriterion_);
+        evaluator = std::make_unique<ClassificationSplitCriterionEvaluator<Y, W>>(y_, w_, Ptot,
+                                                                                  classCriterion_);
     } else {
-        evaluator = std::make_unique<RegressionSplitCriterionEvaluator<Y, W>>(*present_, y_,
-                                                                            w_);
+        evaluator = std::make_unique<RegressionSplitCriterionEvaluator<Y, W>>(*present_, y_, w_);
     }
     W best = std::numeric_limits<W>::max();
     const std::uint64_t* rows = present_->data();

@@ -20,8 +20,8 @@ template <class X, class Y, class W>
 std::unique_ptr<IndexedMatchedProbability<W>> makeMatched(const IndexedColumn<X, Y, W>& column,
                                                           std::uint64_t maskLength = 0,
                                                           const RowList* maskRows = nullptr) {
-    return makeMatchedProbability(column.classCount_, column.y_, column.w_,
-                                  column.classCriterion_, maskLength, maskRows);
+    return makeMatchedProbability(column.classCount_, column.y_, column.w_, column.classCriterion_,
+                                  maskLength, maskRows);
 }
 
 template <class W>
@@ -53,16 +53,16 @@ std::pair<bool, W> IndexedColumn<X, Y, W>::findSurrogate(const SplitRows& kids, 
     const RowList* right = &kids.right;
     if (!missing_->empty()) {
         std::sort(missing_->begin(), missing_->end());
-        std::set_difference(kids.left.begin(), kids.left.end(), missing_->begin(),
-                            missing_->end(), std::back_inserter(restrictedLeft));
+        std::set_difference(kids.left.begin(), kids.left.end(), missing_->begin(), missing_->end(),
+                            std::back_inserter(restrictedLeft));
         std::set_difference(kids.right.begin(), kids.right.end(), missing_->begin(),
                             missing_->end(), std::back_inserter(restrictedRight));
         left = &restrictedLeft;
         right = &restrictedRight;
     }
     if (verbosity_ > 3) {
-        calyxPrintf("      Size of kids 1: %i   Size of kids 2: %i\n",
-                    std::uint64_t{left->size()}, std::uint64_t{right->size()});
+        calyxPrintf("      Size of kids 1: %i   Size of kids 2: %i\n", std::uint64_t{left->size()},
+                    std::uint64_t{right->size()});
     }
     if (left->empty() || right->empty()) {
         return {false, lowest};
@@ -92,8 +92,7 @@ std::pair<bool, W> IndexedColumn<X, Y, W>::findSurrogate(const SplitRows& kids, 
         evaluator = std::make_unique<ClassificationSplitCriterionEvaluator<Y, W>>(
             classCount_, united, y_, w_, classCriterion_);
     } else {
-        evaluator = std::make_unique<RegressionSplitCriterionEvaluator<Y, W>>(united, y_,
-                                                                            w_);
+        evaluator = std::make_unique<RegressionSplitCriterionEvaluator<Y, W>>(united, y_, w_);
     }
     const RowList& shorter = own.right.size() < own.left.size() ? own.right : own.left;
     evaluator->advance(shorter.data(), shorter.data() + shorter.size());
@@ -112,8 +111,8 @@ std::pair<bool, W> IndexedColumn<X, Y, W>::findSurrogate(const SplitRows& kids, 
 
 // Walks this predictor's divisions; masks pick out the members of each child.
 template <class X, class Y, class W>
-W IndexedColumn<X, Y, W>::numericAssociation(const RowList& left, const RowList& right, W pL,
-                                             W pR, W minP) {
+W IndexedColumn<X, Y, W>::numericAssociation(const RowList& left, const RowList& right, W pL, W pR,
+                                             W minP) {
     const auto leftBelow = makeMatched(*this, rowCount_, &left);
     const auto rightBelow = makeMatched(*this, rowCount_, &right);
     const W P = pParent_;

@@ -123,13 +123,29 @@ public:
 
 template <class X, class Y, class W>
 IndexedColumn<X, Y, W>::IndexedColumn(const ColumnSetup<X, Y, W>& s)
-    : curvature_(s.curvature), interaction_(s.interaction), nominal_(s.nominal),
-      rowCount_(s.rowCount), x_(s.x), y_(s.y), w_(s.w), present_(s.present),
-      missing_(s.missing), classCount_(s.classCount), nodeClassProb_(s.nodeClassProb),
-      nodeValue_(s.nodeValue), nodeProb_(s.nodeProb), minLeaf_(s.minLeaf),
-      critParent_(s.nodeRisk), pParent_(s.parentProb), Pnotnan_(s.presentProb),
-      classCriterion_(s.classCriterion), regressionCriterion_(s.regressionCriterion),
-      maxCat_(s.maxCat), algCat_(s.algCat), fullSort_(s.fullSort), verbosity_(s.verbosity) {
+    : curvature_(s.curvature),
+      interaction_(s.interaction),
+      nominal_(s.nominal),
+      rowCount_(s.rowCount),
+      x_(s.x),
+      y_(s.y),
+      w_(s.w),
+      present_(s.present),
+      missing_(s.missing),
+      classCount_(s.classCount),
+      nodeClassProb_(s.nodeClassProb),
+      nodeValue_(s.nodeValue),
+      nodeProb_(s.nodeProb),
+      minLeaf_(s.minLeaf),
+      critParent_(s.nodeRisk),
+      pParent_(s.parentProb),
+      Pnotnan_(s.presentProb),
+      classCriterion_(s.classCriterion),
+      regressionCriterion_(s.regressionCriterion),
+      maxCat_(s.maxCat),
+      algCat_(s.algCat),
+      fullSort_(s.fullSort),
+      verbosity_(s.verbosity) {
     if (!missing_->empty()) {
         // Charge the parent's impurity only in the share of the node that
         // this predictor can see, so that gains of predictors with

@@ -86,8 +86,7 @@ void IndexedColumn<X, Y, W>::divideNumeric() {
             calyxPrintf("  i-1=%i  i0=%i  i+1=%i  x-1=%g  x0=%g  x+1=%g  y=%g  y+1=%g  Ndiv=%i\n",
                         anchor, i, next, static_cast<double>(anchorX),
                         static_cast<double>(shownLow), static_cast<double>(shownHigh),
-                        static_cast<double>(y(i)), static_cast<double>(y(next)),
-                        divisions_.size());
+                        static_cast<double>(y(i)), static_cast<double>(y(next)), divisions_.size());
         }
         const X xi = x(i);
         const X xn = x(next);

@@ -8,8 +8,8 @@
 #include <gtest/gtest.h>
 
 #include "columns/column.hpp"
-#include "tests/gini_column.hpp"
 #include "criteria/gini.hpp"
+#include "tests/gini_column.hpp"
 
 namespace arbolin {
 namespace {

@@ -59,8 +59,8 @@ SplitRows Node<X, Y, W>::findBestSplit(const RowList& rows) {
     bool parallelCriterion;
     if (classificationCriterion != nullptr) {
         parallelCriterion = classificationCriterion->allowsParallel();
-        const auto empty = static_cast<std::uint64_t>(
-            std::count(ClassCount.begin(), ClassCount.end(), Y(0)));
+        const auto empty =
+            static_cast<std::uint64_t>(std::count(ClassCount.begin(), ClassCount.end(), Y(0)));
         if (K - 1 <= empty) {
             return {};  // at most one class present
         }

@@ -33,7 +33,8 @@ inline std::uint64_t estimateNodeCount(std::uint64_t n, std::uint64_t minParent,
 template <class X, class Y, class W>
 void Tree<X, Y, W>::grow(const RowList& rows) {
     if (settings.regressionCriterion != nullptr) {
-        settings.RiskTolerance *= settings.regressionCriterion->parent(settings.y, settings.w, rows);
+        settings.RiskTolerance *=
+            settings.regressionCriterion->parent(settings.y, settings.w, rows);
     }
     const std::uint64_t MaxSplits = settings.MaxSplits;
     const std::uint64_t Verbosity = settings.Verbosity;

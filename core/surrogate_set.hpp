@@ -32,14 +32,12 @@ struct SurrogateSet {
     // parallel or not by the rule of columns/column_bodies.hpp.
     template <class Y>
     void searchSurrogates(const ScalableVector<std::unique_ptr<IndexedColumn<X, Y, W>>>& columns,
-                          const SplitRows& kids,
-                          const ScalableVector<std::uint64_t>& candidates, W minP,
-                          std::uint64_t surrogateCount, const LoopConditions& loops);
+                          const SplitRows& kids, const ScalableVector<std::uint64_t>& candidates,
+                          W minP, std::uint64_t surrogateCount, const LoopConditions& loops);
     // Sends the winner's missing rows to the children by the kept
     // surrogates, best first; the rows none can place stay in `rows`. `x`
     // is the predictor matrix, `rowCount` rows by column.
-    void routeMissingRows(RowList& rows, SplitRows& kids, const X* x,
-                          std::uint64_t rowCount) const;
+    void routeMissingRows(RowList& rows, SplitRows& kids, const X* x, std::uint64_t rowCount) const;
 
     // Empties all six lists and gives their memory back.
     void clear() {

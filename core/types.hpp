@@ -38,8 +38,7 @@ typename List::value_type sumInOrder(const List& list) {
 // Walks through a row list jump through the data arrays: fetch the value
 // of the row some steps ahead of position i (of n).
 template <class T>
-inline void prefetchAhead(const T* data, const std::uint64_t* rows, std::size_t i,
-                          std::size_t n) {
+inline void prefetchAhead(const T* data, const std::uint64_t* rows, std::size_t i, std::size_t n) {
     constexpr std::size_t distance = 16;
     if (i + distance < n) {
         __builtin_prefetch(data + rows[i + distance]);

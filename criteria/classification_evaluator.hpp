@@ -14,8 +14,13 @@ public:
     // corrected once here.
     ClassificationSplitCriterionEvaluator(const Y* y, const W* w, const ClassWeights<W>& totals,
                                           const ClassificationSplitCriterion<Y, W>* criterion)
-        : y_(y), w_(w), below_(totals.size(), W(0)), totals_(totals.size(), W(0)),
-          criterion_(criterion), correctedBelow_(totals.size()), above_(totals.size()) {
+        : y_(y),
+          w_(w),
+          below_(totals.size(), W(0)),
+          totals_(totals.size(), W(0)),
+          criterion_(criterion),
+          correctedBelow_(totals.size()),
+          above_(totals.size()) {
         criterion_->correct(totals, totals_);
     }
 
@@ -24,8 +29,13 @@ public:
     ClassificationSplitCriterionEvaluator(std::uint64_t K, const RowList& rows, const Y* y,
                                           const W* w,
                                           const ClassificationSplitCriterion<Y, W>* criterion)
-        : y_(y), w_(w), below_(K, W(0)), totals_(K, W(0)), criterion_(criterion),
-          correctedBelow_(K), above_(K) {
+        : y_(y),
+          w_(w),
+          below_(K, W(0)),
+          totals_(K, W(0)),
+          criterion_(criterion),
+          correctedBelow_(K),
+          above_(K) {
         ClassWeights<W> sums(K, W(0));
         for (std::uint64_t r : rows) {
             sums[classOf(y[r])] += w[r];

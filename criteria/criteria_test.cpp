@@ -14,10 +14,14 @@ ClassWeights<W> weights(std::initializer_list<W> v) {
     return ClassWeights<W>(v);
 }
 
-template <class W> using ErrorOf = ClassifError<double, W>;
-template <class W> using GiniOf = Gini<double, W>;
-template <class W> using DevianceOf = Deviance<double, W>;
-template <class W> using TwoingOf = Twoing<double, W>;
+template <class W>
+using ErrorOf = ClassifError<double, W>;
+template <class W>
+using GiniOf = Gini<double, W>;
+template <class W>
+using DevianceOf = Deviance<double, W>;
+template <class W>
+using TwoingOf = Twoing<double, W>;
 
 template <class W>
 class BuiltInCriteria : public ::testing::Test {};

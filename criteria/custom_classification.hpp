@@ -58,7 +58,8 @@ public:
         : parentFunction_(std::move(parentFunction)), kidsFunction_(std::move(kidsFunction)) {}
 
     W parent(const ClassWeights<W>& v) const override {
-        namespace msg = tallix::silvan::learning::treeutils::CustomClassificationSplitCriterion::parent;
+        namespace msg =
+            tallix::silvan::learning::treeutils::CustomClassificationSplitCriterion::parent;
         cxArray* input = custom_detail::toHostColumn(v);
         cxArray* output = nullptr;
         cxArray* trapped = nullptr;
@@ -72,7 +73,8 @@ public:
 
     // Without a kids function, the sum of two parent calls, left first.
     W kids(const ClassWeights<W>& left, const ClassWeights<W>& right) const override {
-        namespace msg = tallix::silvan::learning::treeutils::CustomClassificationSplitCriterion::kids;
+        namespace msg =
+            tallix::silvan::learning::treeutils::CustomClassificationSplitCriterion::kids;
         if (kidsFunction_.empty()) {
             const W l = this->parent(left);
             const W r = this->parent(right);

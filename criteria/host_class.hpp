@@ -8,9 +8,13 @@ namespace arbolin {
 template <class T>
 constexpr cxClassID hostClassOf();
 template <>
-constexpr cxClassID hostClassOf<double>() { return cxDOUBLE_CLASS; }
+constexpr cxClassID hostClassOf<double>() {
+    return cxDOUBLE_CLASS;
+}
 template <>
-constexpr cxClassID hostClassOf<float>() { return cxSINGLE_CLASS; }
+constexpr cxClassID hostClassOf<float>() {
+    return cxSINGLE_CLASS;
+}
 
 template <class T>
 constexpr const char* hostClassName() {

@@ -13,8 +13,7 @@ public:
     // The totals are summed over the rows in list order, one pass each. The
     // squares are raw sums, y (w y), whatever the cancellation in the
     // differences below.
-    RegressionSplitCriterionEvaluator(const RowList& rows, const Y* y, const W* w)
-        : y_(y), w_(w) {
+    RegressionSplitCriterionEvaluator(const RowList& rows, const Y* y, const W* w) : y_(y), w_(w) {
         for (std::uint64_t r : rows) {
             totalW_ += w[r];
         }

@@ -33,8 +33,7 @@ struct SplitCriteriaFactory {
     // every classification result but "error", which reads the matrix
     // itself.
     static Criteria<Y, W> make(const std::string& criterion, const CostMatrix<W>* costs,
-                               const std::string& parentFunction,
-                               const std::string& kidsFunction) {
+                               const std::string& parentFunction, const std::string& kidsFunction) {
         std::unique_ptr<Classification> classification;
         std::unique_ptr<Regression> regression;
         if (criterion == "error") {
@@ -58,8 +57,8 @@ struct SplitCriteriaFactory {
             raise(tallix::silvan::learning::treeutils::SplitCriteriaFactory::make::BadCriterion());
         }
         if (costs != nullptr) {
-            classification = std::make_unique<AverageCostCorrection<Y, W>>(
-                std::move(classification), *costs);
+            classification =
+                std::make_unique<AverageCostCorrection<Y, W>>(std::move(classification), *costs);
         }
         return {std::move(classification), std::move(regression)};
     }

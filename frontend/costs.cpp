@@ -67,9 +67,10 @@ std::vector<double> readCostMatrix(const DataTable& table, const Levels& classes
         const std::string_view label = table.field(0, c);
         const auto code = classes.find(label);
         if (!code || seen[*code]) {
-            table.failAt(0, c, "\"" + std::string(label) +
-                                   "\" is not a class, or named twice; the classes are " +
-                                   classList(classes));
+            table.failAt(0, c,
+                         "\"" + std::string(label) +
+                             "\" is not a class, or named twice; the classes are " +
+                             classList(classes));
         }
         seen[*code] = true;
         order[c] = *code;
@@ -102,8 +103,9 @@ std::vector<double> readCostMatrix(const DataTable& table, const Levels& classes
         }
     }
     if (allZero) {
-        notices.warn(name + ": every cost is 0, so no split can lower the cost; the tree will be "
-                            "a single node");
+        notices.warn(name +
+                     ": every cost is 0, so no split can lower the cost; the tree will be "
+                     "a single node");
     }
     return cost;
 }

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <cmath>
-#include <unordered_map>
 #include <limits>
+#include <unordered_map>
 #include <unordered_set>
 
 namespace arbolin::frontend {
@@ -72,8 +72,9 @@ Columns findColumns(const DataTable& table, const RawOptions& options) {
         const std::uint64_t column = table.require(name, "ignore");
         if (column == c.response) {
             failOption("ignore", name + " is the response" +
-                                     (response ? "" : " (the last column); name another with "
-                                                      "--response"));
+                                     (response ? ""
+                                               : " (the last column); name another with "
+                                                 "--response"));
         }
         if (column == c.weights) failOption("ignore", name + " is the weights column");
         c.ignored.push_back(column);
@@ -194,8 +195,8 @@ std::string mostlyNumbersWarning(const DataTable& table, std::uint64_t column, c
     }
     return table.place(std::nullopt, column) + ": " + std::to_string(census.numbers) + " of " +
            std::to_string(census.numbers + census.texts) + " values are numbers, but " + shown +
-           " make " + what +
-           (commas ? " (a decimal comma is not read as a decimal point)" : "") + "; " +
+           " make " + what + (commas ? " (a decimal comma is not read as a decimal point)" : "") +
+           "; " +
            (suggested.empty() ? "" : "--missing " + suggested + " reads such values as missing, ") +
            strict + " makes them errors";
 }
@@ -293,17 +294,20 @@ Predictor describePredictor(const DataTable& table, std::uint64_t column, const 
     p.levels = Levels::fromValues(std::move(distinct));
     if (!forced && table.rowCount() >= kIdentifierRows && count == table.rowCount()) {
         notices.note(table.place(std::nullopt, column) + ": every one of its " +
-                     std::to_string(count) + " rows has a value of its own, as in an ID column; "
-                     "--ignore " + p.name + " leaves it out");
+                     std::to_string(count) +
+                     " rows has a value of its own, as in an ID column; "
+                     "--ignore " +
+                     p.name + " leaves it out");
     }
     return p;
 }
 
 void checkSingle(const DataTable& table, std::uint64_t row, std::uint64_t column, double v) {
     if (fitsSingle(v)) return;
-    table.failAt(row, column, "\"" + table.shown(row, column) +
-                                  "\" is beyond the range of single precision, which "
-                                  "--single needs");
+    table.failAt(row, column,
+                 "\"" + table.shown(row, column) +
+                     "\" is beyond the range of single precision, which "
+                     "--single needs");
 }
 
 double readWeight(const DataTable& table, std::uint64_t row, std::uint64_t column,
@@ -338,8 +342,8 @@ TrainingData prepareTrainingData(const DataTable& table, const RawOptions& optio
     data.rows = used.size();
     data.leftOut = table.rowCount() - used.size();
     if (used.empty()) {
-        failOption("response", "every row of " + table.name() + " misses its response (" +
-                                   data.response + ")");
+        failOption("response",
+                   "every row of " + table.name() + " misses its response (" + data.response + ")");
     }
     if (data.classification) {
         data.classes = Levels::fromValues(distinctValues(table, columns.response, used, missing));
@@ -414,9 +418,9 @@ double codeValue(const Predictor& p, const DataTable& table, std::uint64_t row,
         table.failAt(row, column, "\"" + shown + "\" is not a finite number");
     }
     const bool comma = shown.find(',') != std::string::npos;  // --missing cannot take it
-    table.failAt(row, column, "\"" + shown + "\" is not a number, and " + p.name +
-                                  " is a numeric predictor" +
-                                  (comma ? "" : "; --missing " + shown + " reads it as missing"));
+    table.failAt(row, column,
+                 "\"" + shown + "\" is not a number, and " + p.name + " is a numeric predictor" +
+                     (comma ? "" : "; --missing " + shown + " reads it as missing"));
 }
 
 }  // namespace arbolin::frontend

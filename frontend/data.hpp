@@ -64,14 +64,14 @@ struct TrainingData {
     std::vector<Predictor> predictors;  // every column but the response, weights and ignored
     std::string response;
     bool classification = false;
-    Levels classes;       // classification only
-    std::string weights;  // the weights column, or "" for equal weights
+    Levels classes;             // classification only
+    std::string weights;        // the weights column, or "" for equal weights
     std::uint64_t rows = 0;     // rows used
     std::uint64_t leftOut = 0;  // rows whose response is missing
-    std::vector<double> x;  // rows by predictors, column-major, NaN for missing
-    std::vector<double> y;  // class codes 0..K-1, or the response
-    std::vector<double> w;  // sum to 1
-    Notices notices;        // columns that look like mistakes
+    std::vector<double> x;      // rows by predictors, column-major, NaN for missing
+    std::vector<double> y;      // class codes 0..K-1, or the response
+    std::vector<double> w;      // sum to 1
+    Notices notices;            // columns that look like mistakes
 
     DataShape shape() const { return {rows, predictors.size(), classification}; }
 };

@@ -24,16 +24,16 @@ using Kind = ContractViolation::Kind;
 // Counts above 2^53 would not survive the trip through a double.
 constexpr std::uint64_t kLargestCount = std::uint64_t{1} << 53;
 
-constexpr std::array<std::string_view, 6> kKeywords = {"error", "gini",  "gdi",
+constexpr std::array<std::string_view, 6> kKeywords = {"error",    "gini",   "gdi",
                                                        "deviance", "twoing", "mse"};
 
 // ---------------------------------------------------------------- messages
 
 [[noreturn]] void fail(Kind kind, int position, const std::string& text) {
     const std::string_view name = inputName(position);
-    throw ContractViolation(kind, position, name,
-                            "input " + std::to_string(position) + " (" + std::string(name) +
-                                ") " + text);
+    throw ContractViolation(
+        kind, position, name,
+        "input " + std::to_string(position) + " (" + std::string(name) + ") " + text);
 }
 
 [[noreturn]] void failType(int position, const std::string& text) {
@@ -205,14 +205,16 @@ Criterion checkCriterion(const cxArray* arg) {
         }
         failValue(input::CriterionArg,
                   "must be one of \"error\", \"gini\", \"gdi\", \"deviance\", \"twoing\", \"mse\", "
-                  "or a cell of two host function names, not \"" + text + "\"");
+                  "or a cell of two host function names, not \"" +
+                      text + "\"");
     }
     const auto isText = [](const cxArray* a) { return cxGetClassID(a) == cxCHAR_CLASS; };
     if (cxGetClassID(arg) != cxCELL_CLASS || cxGetNumberOfElements(arg) != 2 ||
         !isText(cxGetCell(arg, 0)) || !isText(cxGetCell(arg, 1))) {
         failType(input::CriterionArg,
                  "must be a char array naming a criterion, or a cell of two char arrays naming "
-                 "the parent and the kids host functions, not " + described(arg));
+                 "the parent and the kids host functions, not " +
+                     described(arg));
     }
     if (cxGetString(cxGetCell(arg, 0)).empty()) {
         failValue(input::CriterionArg,
@@ -251,13 +253,14 @@ void checkStream(const cxArray* stream, std::uint64_t sampleSize, std::uint64_t 
                  numora::cxGetObjectClassName(stream) == "RandStream";
     if (valid) {
         const numora::ArrayPtr id(cxGetProperty(stream, 0, "StreamID"));
-        valid = id && cxGetClassID(id.get()) == cxUINT64_CLASS &&
-                cxGetNumberOfElements(id.get()) == 1;
+        valid =
+            id && cxGetClassID(id.get()) == cxUINT64_CLASS && cxGetNumberOfElements(id.get()) == 1;
     }
     if (!valid) {
-        failType(input::StreamArg, "must be empty or a RandStream object with a uint64 StreamID "
-                                   "when SampleSize is below the number of columns of X, not " +
-                                       described(stream));
+        failType(input::StreamArg,
+                 "must be empty or a RandStream object with a uint64 StreamID "
+                 "when SampleSize is below the number of columns of X, not " +
+                     described(stream));
     }
 }
 
@@ -291,8 +294,8 @@ std::uint64_t checkCost(const cxArray* cost, const Criterion& criterion, cxClass
             total += rowSum;
         }
         if (!(std::isfinite(total) && total > 0)) {
-            failValue(input::CostArg, "must have a positive, finite sum of costs, not " +
-                                          shown(total));
+            failValue(input::CostArg,
+                      "must have a positive, finite sum of costs, not " + shown(total));
         }
     });
     return K;
@@ -340,8 +343,10 @@ void checkClasses(const T* y, std::uint64_t N, const std::vector<std::uint64_t>&
     };
     for (std::uint64_t r : rows) {
         if (!isWhole(y[r]) || y[r] < 0) {
-            failValue(input::Y, "must hold class codes, whole numbers of 0 or more, at the rows "
-                                "used, not " + shown(y[r]) + " (at row " + std::to_string(r) + ")");
+            failValue(input::Y,
+                      "must hold class codes, whole numbers of 0 or more, at the rows "
+                      "used, not " +
+                          shown(y[r]) + " (at row " + std::to_string(r) + ")");
         }
         if (!belowK(y[r])) tooHigh(y[r], r, " at row ");
     }
@@ -353,12 +358,13 @@ void checkClasses(const T* y, std::uint64_t N, const std::vector<std::uint64_t>&
         if (y[i] > y[at]) at = i;
     }
     if (std::isnan(y[at])) {
-        failValue(input::Y, "must not begin with NaN in a classification, row used or not: "
-                            "the number of classes is taken from the largest value of Y");
+        failValue(input::Y,
+                  "must not begin with NaN in a classification, row used or not: "
+                  "the number of classes is taken from the largest value of Y");
     }
     if (!(y[at] >= 0)) {
-        failValue(input::Y, "must hold a class code somewhere: its largest value, " +
-                                shown(y[at]) + ", sets the number of classes");
+        failValue(input::Y, "must hold a class code somewhere: its largest value, " + shown(y[at]) +
+                                ", sets the number of classes");
     }
     if (!belowK(std::trunc(y[at]))) tooHigh(y[at], at, " at the unused row ");
 }

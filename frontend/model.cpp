@@ -94,7 +94,6 @@ std::uint64_t routeRow(const TreeView& tree, const double* x, std::uint64_t stri
     return i;
 }
 
-
 std::vector<std::uint64_t> routeRows(const TreeView& tree, const std::vector<double>& x,
                                      std::uint64_t rows) {
     std::vector<std::uint64_t> reached(rows);

@@ -39,9 +39,9 @@ struct Model {
 // ------------------------------------------------ the tree (tree_view.cpp)
 
 struct Surrogate {
-    std::uint64_t predictor = 0;  // 0-based
-    double cut = 0;               // NaN for a nominal surrogate
-    int direction = 1;            // -1: values below the cut go right
+    std::uint64_t predictor = 0;      // 0-based
+    double cut = 0;                   // NaN for a nominal surrogate
+    int direction = 1;                // -1: values below the cut go right
     std::vector<double> left, right;  // level codes of a nominal surrogate
     double association = 0;
 };

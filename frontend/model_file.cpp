@@ -35,8 +35,8 @@ public:
     const Json& at(const std::string& key, Json::value_t type, const char* what) const {
         const auto it = json_.find(key);
         if (it == json_.end()) fail(key, "is missing");
-        const bool ok = type == Json::value_t::number_unsigned ? it->is_number_unsigned()
-                                                               : it->type() == type;
+        const bool ok =
+            type == Json::value_t::number_unsigned ? it->is_number_unsigned() : it->type() == type;
         if (!ok) fail(key, std::string("should be ") + what);
         return *it;
     }
@@ -57,8 +57,8 @@ public:
     }
     [[noreturn]] void fail(const std::string& key, const std::string& problem) const {
         const std::string name = prefix_.empty() ? key
-                                 : key.empty()     ? prefix_
-                                                   : prefix_ + "." + key;
+                                 : key.empty()   ? prefix_
+                                                 : prefix_ + "." + key;
         throw UserError(path_ + ": the entry " + name + " " + problem);
     }
 
@@ -175,8 +175,7 @@ Model modelFromJson(const Json& json, const std::string& path) {
         top.fail("task", "should be \"classification\" or \"regression\"");
     }
     model.classification = task == "classification";
-    const Reader response(top.at("response", Json::value_t::object, "an object"), path,
-                          "response");
+    const Reader response(top.at("response", Json::value_t::object, "an object"), path, "response");
     model.response = response.text("name");
     if (model.classification) {
         model.classes = readLevels(response, "classes", "classes_are_numbers");

@@ -68,9 +68,8 @@ void checkSearchCost(const TrainingData& data, const Settings& settings) {
             partitions / kPartitionsPerSecond * (static_cast<double>(data.classes.size()) / 3.0);
         const std::string problem =
             "exact enumeration of " + p.name + " (" + std::to_string(L) + " levels, " +
-            std::to_string(data.classes.size()) + " classes) tries " +
-            formatShort(partitions, 4) + " partitions at each node, about " +
-            roughDuration(seconds) + " at the root alone; " +
+            std::to_string(data.classes.size()) + " classes) tries " + formatShort(partitions, 4) +
+            " partitions at each node, about " + roughDuration(seconds) + " at the root alone; " +
             (exact ? "choose --nominal-method pull-left, pca or ova"
                    : "lower --max-cat below " + std::to_string(L)) +
             ", or add --allow-long-search to run it anyway";

@@ -7,8 +7,8 @@
 #include <stdexcept>
 
 #include "frontend/errors.hpp"
-#include "gateway/contract.hpp"
 #include "frontend/values.hpp"
+#include "gateway/contract.hpp"
 
 namespace arbolin::frontend {
 
@@ -60,10 +60,10 @@ constexpr OptionRow kOptions[] = {
      "the field delimiter of the CSV files read"},
     {"encoding", 0, K::Keyword, "utf-8", nullptr, "", 0, nullptr, "", encodings,
      "the text encoding of the CSV files read; latin1 is converted to UTF-8"},
-    {"classification", 0, K::Flag, "", nullptr, "when the response is not numeric", 0, nullptr,
-     "", nullptr, "grow a classification tree; classes are the response's distinct values"},
-    {"regression", 0, K::Flag, "", nullptr, "when the response is numeric", 0, nullptr, "",
-     nullptr, "grow a regression tree"},
+    {"classification", 0, K::Flag, "", nullptr, "when the response is not numeric", 0, nullptr, "",
+     nullptr, "grow a classification tree; classes are the response's distinct values"},
+    {"regression", 0, K::Flag, "", nullptr, "when the response is numeric", 0, nullptr, "", nullptr,
+     "grow a regression tree"},
     {"criterion", in::CriterionArg, K::Keyword, "", criterionFor, "gini, or mse in regression", 0,
      nullptr, "", criteria,
      "split criterion: gini (or gdi), deviance, twoing, error; mse in regression"},
@@ -103,8 +103,8 @@ constexpr OptionRow kOptions[] = {
      "the module's print level; its text goes to standard output"},
     {"single", 0, K::Flag, "", nullptr, "off", 0, nullptr, "", nullptr,
      "grow on single-precision data: predictors, response, weights and costs as float32"},
-    {"output", 0, K::Path, "", nullptr, "NAME.model.json in the current directory", 0, nullptr,
-     "", nullptr, "where to write the model (JSON)"},
+    {"output", 0, K::Path, "", nullptr, "NAME.model.json in the current directory", 0, nullptr, "",
+     nullptr, "where to write the model (JSON)"},
     {"quiet", 0, K::Flag, "", nullptr, "off", 0, nullptr, "", nullptr,
      "print the summary but not the tree"},
 };
@@ -175,15 +175,14 @@ double checkNumber(const OptionRow& option, const std::string& text, const DataS
         failOption(option.name, text + " is not a whole number");
     }
     if (v < option.lower) {
-        failOption(option.name, text + " is below the least allowed value, " +
-                                  formatNumber(option.lower));
+        failOption(option.name,
+                   text + " is below the least allowed value, " + formatNumber(option.lower));
     }
     if (option.upper != nullptr) {
         if (const auto most = option.upper(shape); most && v > *most) {
-            const std::string words = option.upperHelp.empty()
-                                          ? formatNumber(*most)
-                                          : std::string(option.upperHelp) + ", " +
-                                                formatNumber(*most);
+            const std::string words = option.upperHelp.empty() ? formatNumber(*most)
+                                                               : std::string(option.upperHelp) +
+                                                                     ", " + formatNumber(*most);
             failOption(option.name, text + " is above the most allowed value, " + words);
         }
     }
@@ -196,8 +195,9 @@ double checkChoice(const OptionRow& option, const std::string& text, const DataS
         if (words[i] == text) return static_cast<double>(i);
     }
     const char* task = shape.classification ? "a classification tree" : "a regression tree";
-    failOption(option.name, "\"" + text + "\" is not one of " + joinChoices(words) +
-                              (option.kind == OptionKind::Keyword ? std::string(" for ") + task : ""));
+    failOption(option.name,
+               "\"" + text + "\" is not one of " + joinChoices(words) +
+                   (option.kind == OptionKind::Keyword ? std::string(" for ") + task : ""));
 }
 
 }  // namespace
@@ -223,7 +223,10 @@ Settings Settings::resolve(const RawOptions& raw, const DataShape& shape) {
             case OptionKind::Count:
             case OptionKind::Real: setting = checkNumber(option, *text, shape); break;
             case OptionKind::Code: setting = checkChoice(option, *text, shape); break;
-            case OptionKind::Keyword: checkChoice(option, *text, shape); setting = *text; break;
+            case OptionKind::Keyword:
+                checkChoice(option, *text, shape);
+                setting = *text;
+                break;
             default:
                 if (text->empty()) failOption(option.name, "needs a value");
                 setting = *text;

@@ -30,7 +30,7 @@ enum class OptionKind {
 
 // What the bounds and derived defaults depend on.
 struct DataShape {
-    std::uint64_t rows = 0;        // rows used
+    std::uint64_t rows = 0;  // rows used
     std::uint64_t predictors = 0;
     bool classification = false;
 };

@@ -61,9 +61,8 @@ public:
         if (cxGetNumberOfDimensions(a) != 2 || cxGetM(a) != 1) {
             fail(o, "holds a list for node " + std::to_string(node + 1) + " that is not one row");
         }
-        return values(a, [&] {
-            fail(o, "holds a list of no numbers for node " + std::to_string(node + 1));
-        });
+        return values(
+            a, [&] { fail(o, "holds a list of no numbers for node " + std::to_string(node + 1)); });
     }
 
     bool isCell(Position o) const { return cxGetClassID(array(o)) == cxCELL_CLASS; }
@@ -139,7 +138,7 @@ void checkShape(const OutputReader& r, const std::vector<double>& kids, std::uin
             std::uint64_t& p = parentOf[static_cast<std::uint64_t>(child) - 1];
             if (p != 0) {
                 r.fail(Children, "gives node " + formatNumber(child) + " two parents, nodes " +
-                                      std::to_string(p) + " and " + std::to_string(i + 1));
+                                     std::to_string(p) + " and " + std::to_string(i + 1));
             }
             p = i + 1;
         }
@@ -174,8 +173,10 @@ void readSurrogates(const OutputReader& r, const Model& model, TreeView& tree) {
         const std::vector<double> associations = list(SurrogateAssociations);
         const std::uint64_t s = predictors.size();
         if (cuts.size() != s || directions.size() != s || associations.size() != s) {
-            r.fail(SurrogatePredictors, "and the other surrogate outputs list different numbers "
-                                        "of surrogates at node " + std::to_string(i + 1));
+            r.fail(SurrogatePredictors,
+                   "and the other surrogate outputs list different numbers "
+                   "of surrogates at node " +
+                       std::to_string(i + 1));
         }
         const std::string node = "node " + std::to_string(i + 1);
         const cxArray* levels = cxGetCell(r.array(SurrogateLevels), i);

@@ -42,8 +42,9 @@ struct Outcomes {
 } outcomes;
 
 void printOutcomes() {
-    std::fprintf(stderr, "module_inputs: %llu refused by the check, %llu trees grown (%llu nodes), "
-                         "%llu host errors\n",
+    std::fprintf(stderr,
+                 "module_inputs: %llu refused by the check, %llu trees grown (%llu nodes), "
+                 "%llu host errors\n",
                  static_cast<unsigned long long>(outcomes.refused),
                  static_cast<unsigned long long>(outcomes.grown),
                  static_cast<unsigned long long>(outcomes.nodes),
@@ -105,9 +106,20 @@ public:
 
     double odd() {
         constexpr double inf = std::numeric_limits<double>::infinity();
-        constexpr std::array<double, 14> values = {
-            std::numeric_limits<double>::quiet_NaN(), inf, -inf, 1e15, 1e300, -1.0, 0.5, 2.5,
-            -0.0, 9007199254740992.0, 1e6, 3.4e38, 5e-324, -1e300};
+        constexpr std::array<double, 14> values = {std::numeric_limits<double>::quiet_NaN(),
+                                                   inf,
+                                                   -inf,
+                                                   1e15,
+                                                   1e300,
+                                                   -1.0,
+                                                   0.5,
+                                                   2.5,
+                                                   -0.0,
+                                                   9007199254740992.0,
+                                                   1e6,
+                                                   3.4e38,
+                                                   5e-324,
+                                                   -1e300};
         return values[static_cast<std::size_t>(pick(0, static_cast<int>(values.size()) - 1))];
     }
 
@@ -146,12 +158,15 @@ cxArray* matrix(std::uint64_t m, std::uint64_t n, cxClassID cls, const std::vect
     a = cxCreateNumericMatrix(m, n, cls, cxREAL);
     for (std::size_t k = 0; k < count; ++k) {
         switch (cls) {
-        case cxSINGLE_CLASS: static_cast<float*>(cxGetData(a))[k] = static_cast<float>(v[k]); break;
-        case cxINT32_CLASS:
-            static_cast<std::int32_t*>(cxGetData(a))[k] =
-                std::isfinite(v[k]) && std::fabs(v[k]) < 2e9 ? static_cast<std::int32_t>(v[k]) : 0;
-            break;
-        default: static_cast<double*>(cxGetData(a))[k] = v[k];
+            case cxSINGLE_CLASS:
+                static_cast<float*>(cxGetData(a))[k] = static_cast<float>(v[k]);
+                break;
+            case cxINT32_CLASS:
+                static_cast<std::int32_t*>(cxGetData(a))[k] =
+                    std::isfinite(v[k]) && std::fabs(v[k]) < 2e9 ? static_cast<std::int32_t>(v[k])
+                                                                 : 0;
+                break;
+            default: static_cast<double*>(cxGetData(a))[k] = v[k];
         }
     }
     return a;
@@ -164,24 +179,24 @@ cxArray* misfit(Source& s, std::uint64_t count) {
     std::vector<double> v(count + 1);
     for (double& x : v) x = s.value(0, 3);
     switch (s.pick(0, 10)) {
-    case 0: return matrix(count, 1, cxINT32_CLASS, v);
-    case 1: return matrix(count, 1, cxLOGICAL_CLASS, v);
-    case 2: return numora::cxCreateString("abc");
-    case 3: {
-        cxArray* cell = cxCreateCellMatrix(1, 1);
-        cxSetCell(cell, 0, scalar(1.0));
-        return cell;
-    }
-    case 4: return matrix(count == 0 ? 0 : count - 1, 1, cxDOUBLE_CLASS, v);
-    case 5: return matrix(count + 1, 1, cxDOUBLE_CLASS, v);
-    case 6: return matrix(count, 1, cxSINGLE_CLASS, v);
-    case 7: {
-        const std::uint64_t dims[3] = {1, count, 2};
-        return numora::cxCreateNumericArray(3, dims, cxDOUBLE_CLASS);
-    }
-    case 8: return cxCreateNumericMatrix(0, 0, cxDOUBLE_CLASS, cxREAL);
-    case 9: return numora::cxCreateObject("RandStream");
-    default: return nullptr;  // no input at all
+        case 0: return matrix(count, 1, cxINT32_CLASS, v);
+        case 1: return matrix(count, 1, cxLOGICAL_CLASS, v);
+        case 2: return numora::cxCreateString("abc");
+        case 3: {
+            cxArray* cell = cxCreateCellMatrix(1, 1);
+            cxSetCell(cell, 0, scalar(1.0));
+            return cell;
+        }
+        case 4: return matrix(count == 0 ? 0 : count - 1, 1, cxDOUBLE_CLASS, v);
+        case 5: return matrix(count + 1, 1, cxDOUBLE_CLASS, v);
+        case 6: return matrix(count, 1, cxSINGLE_CLASS, v);
+        case 7: {
+            const std::uint64_t dims[3] = {1, count, 2};
+            return numora::cxCreateNumericArray(3, dims, cxDOUBLE_CLASS);
+        }
+        case 8: return cxCreateNumericMatrix(0, 0, cxDOUBLE_CLASS, cxREAL);
+        case 9: return numora::cxCreateObject("RandStream");
+        default: return nullptr;  // no input at all
     }
 }
 
@@ -231,8 +246,8 @@ void Call::data(bool regression) {
             if (s_.rarely(6)) v = std::numeric_limits<double>::quiet_NaN();
         }
     }
-    const std::vector<double> y = regression ? s_.values(N, -4, 4)
-                                             : s_.values(N, 0, static_cast<int>(K) - 1);
+    const std::vector<double> y =
+        regression ? s_.values(N, -4, 4) : s_.values(N, 0, static_cast<int>(K) - 1);
     const std::vector<double> w = s_.values(N, 0, 3);
     set(input::X, matrix(N, D, precision(), x));
     set(input::Y, matrix(N, 1, precision(), y));
@@ -245,23 +260,23 @@ void Call::data(bool regression) {
 void Call::rows() {
     std::vector<double> r;
     switch (s_.pick(0, 3)) {
-    case 0:
-    case 1:
-        for (std::uint64_t i = 0; i < N; ++i) r.push_back(static_cast<double>(i));
-        break;
-    case 2: break;  // no rows
-    default:
-        r = s_.values(static_cast<std::uint64_t>(s_.pick(0, 2 * kMaxRows)), 0,
-                      N == 0 ? 0 : static_cast<int>(N) - 1);
+        case 0:
+        case 1:
+            for (std::uint64_t i = 0; i < N; ++i) r.push_back(static_cast<double>(i));
+            break;
+        case 2: break;  // no rows
+        default:
+            r = s_.values(static_cast<std::uint64_t>(s_.pick(0, 2 * kMaxRows)), 0,
+                          N == 0 ? 0 : static_cast<int>(N) - 1);
     }
     // Rows may come in any shape: a row or a column.
-    set(input::Rows, s_.bit() ? matrix(1, r.size(), cxDOUBLE_CLASS, r)
-                              : matrix(r.size(), 1, cxDOUBLE_CLASS, r));
+    set(input::Rows,
+        s_.bit() ? matrix(1, r.size(), cxDOUBLE_CLASS, r) : matrix(r.size(), 1, cxDOUBLE_CLASS, r));
 }
 
 void Call::criterion() {
-    static constexpr std::array<const char*, 8> keywords = {
-        "gini", "gdi", "deviance", "twoing", "error", "mse", "Gini", ""};
+    static constexpr std::array<const char*, 8> keywords = {"gini",  "gdi", "deviance", "twoing",
+                                                            "error", "mse", "Gini",     ""};
     const int k = s_.pick(0, 9);
     if (k < 8) {
         set(input::CriterionArg, numora::cxCreateString(keywords[static_cast<std::size_t>(k)]));
@@ -309,13 +324,13 @@ void Call::cost(bool regression) {
 
 void Call::stream() {
     switch (s_.pick(0, 3)) {
-    case 0:
-    case 1: set(input::StreamArg, cxCreateNumericMatrix(0, 0, cxDOUBLE_CLASS, cxREAL)); break;
-    case 2:
-        stream_ = numora::createStream(static_cast<std::uint64_t>(s_.pick(0, 1000)));
-        set(input::StreamArg, numora::createStreamObject(*stream_));
-        break;
-    default: set(input::StreamArg, scalar(3.0));
+        case 0:
+        case 1: set(input::StreamArg, cxCreateNumericMatrix(0, 0, cxDOUBLE_CLASS, cxREAL)); break;
+        case 2:
+            stream_ = numora::createStream(static_cast<std::uint64_t>(s_.pick(0, 1000)));
+            set(input::StreamArg, numora::createStreamObject(*stream_));
+            break;
+        default: set(input::StreamArg, scalar(3.0));
     }
 }
 

@@ -14,18 +14,53 @@ inline constexpr int kOutputCount = 22;
 // 1-based positions, as the host numbers arguments.
 namespace input {
 enum Position : int {
-    X = 1, Y, W, Rows, IsCat, CriterionArg, MinLeaf, MinParent, MaxSplits, SampleSize,
-    SurrogateCount, MaxCat, AlgCat, CostArg, RiskTolerance, CurvatureFlag, InteractionFlag,
-    ChisqFlag, StreamArg, Verbosity,
+    X = 1,
+    Y,
+    W,
+    Rows,
+    IsCat,
+    CriterionArg,
+    MinLeaf,
+    MinParent,
+    MaxSplits,
+    SampleSize,
+    SurrogateCount,
+    MaxCat,
+    AlgCat,
+    CostArg,
+    RiskTolerance,
+    CurvatureFlag,
+    InteractionFlag,
+    ChisqFlag,
+    StreamArg,
+    Verbosity,
 };
 }  // namespace input
 
 namespace output {
 enum Position : int {
-    Children = 1, ClassCount, ClassProb, CurvatureTests, SplitLevels, CutPoint, CutVar,
-    HasUnroutedRows, InteractionTests, IsBranch, NodeValue, NodeProb, NodeSize, Parent,
-    NodeRisk, Gain, SurrogateLevels, SurrogateDirections, SurrogateCutPoints,
-    SurrogatePredictors, SurrogateGains, SurrogateAssociations,
+    Children = 1,
+    ClassCount,
+    ClassProb,
+    CurvatureTests,
+    SplitLevels,
+    CutPoint,
+    CutVar,
+    HasUnroutedRows,
+    InteractionTests,
+    IsBranch,
+    NodeValue,
+    NodeProb,
+    NodeSize,
+    Parent,
+    NodeRisk,
+    Gain,
+    SurrogateLevels,
+    SurrogateDirections,
+    SurrogateCutPoints,
+    SurrogatePredictors,
+    SurrogateGains,
+    SurrogateAssociations,
 };
 }  // namespace output
 

@@ -36,8 +36,7 @@ void dispatch(const CanopyArgs& args, bool xDouble, bool yDouble, bool wDouble) 
         wDouble ? weaveCanopy<float, double, double>(args)
                 : weaveCanopy<float, double, float>(args);
     } else {
-        wDouble ? weaveCanopy<float, float, double>(args)
-                : weaveCanopy<float, float, float>(args);
+        wDouble ? weaveCanopy<float, float, double>(args) : weaveCanopy<float, float, float>(args);
     }
 }
 

@@ -35,11 +35,11 @@ void warn(const Warning& warning) {
 
 }  // namespace arbolin
 
-#define ARBOLIN_MESSAGE(Name, Component)                            \
-    struct Name final : ::arbolin::TreeMessage<Name> {              \
-        using TreeMessage::TreeMessage;                             \
-        static constexpr const char* component = Component;         \
-        static constexpr const char* key = #Name;                   \
+#define ARBOLIN_MESSAGE(Name, Component)                    \
+    struct Name final : ::arbolin::TreeMessage<Name> {      \
+        using TreeMessage::TreeMessage;                     \
+        static constexpr const char* component = Component; \
+        static constexpr const char* key = #Name;           \
     }
 
 namespace tallix::silvan::learning::treeutils {

@@ -51,7 +51,7 @@ NUMORA_API double cxGetScalar(const cxArray* a);  // first element as a double
 NUMORA_API bool cxIsLogicalScalarTrue(const cxArray* a);
 NUMORA_API bool cxIsEmpty(const cxArray* a);
 NUMORA_API cxArray* cxGetCell(const cxArray* cell, std::uint64_t index);  // by pointer, not copied
-NUMORA_API std::string cxGetString(const cxArray* a);  // text of a char array
+NUMORA_API std::string cxGetString(const cxArray* a);                     // text of a char array
 // A new array holding the value of property `name` of element `index` of an
 // object array, or null when there is no such property. The caller destroys it.
 NUMORA_API cxArray* cxGetProperty(const cxArray* a, std::uint64_t index, const char* name);
@@ -67,7 +67,7 @@ NUMORA_API void cxDestroyArray(cxArray* a);
 // ------------------------------------------------------ numbers, memory
 
 NUMORA_API double cxGetNaN();
-NUMORA_API bool cxIsNaN(double v);                   // safe on worker threads
+NUMORA_API bool cxIsNaN(double v);               // safe on worker threads
 NUMORA_API void* cxMallocEx(std::size_t bytes);  // null when the host has no memory
 NUMORA_API void cxFreeEx(void* p);
 
@@ -209,8 +209,8 @@ NUMORA_API void calyxCallNumora(int nout, cxArray** outputs, int nin, cxArray** 
 // As calyxCallNumora, but an error is trapped: the result is null on success,
 // otherwise an exception object (class cxEXCEPTION_CLASS) that the host
 // function "throw" raises again. The caller destroys it.
-NUMORA_API cxArray* calyxCallNumoraWithTrap(int nout, cxArray** outputs, int nin,
-                                            cxArray** inputs, const char* name);
+NUMORA_API cxArray* calyxCallNumoraWithTrap(int nout, cxArray** outputs, int nin, cxArray** inputs,
+                                            const char* name);
 
 // ------------------------------------------------------ module interface
 

@@ -69,8 +69,8 @@ cxArray* perNodeColumns(const Nodes& nodes, std::uint64_t n, std::uint64_t K, Ge
 // The curvature (k by 2) or interaction (k by 3) tests of each node, in a
 // cell that is n by 1 when the tests were asked for and 0 by 0 otherwise.
 template <class W, class Nodes, class Tests, class Columns>
-cxArray* testCell(const Nodes& nodes, std::uint64_t n, bool asked, std::uint64_t width,
-                  Tests tests, Columns columns) {
+cxArray* testCell(const Nodes& nodes, std::uint64_t n, bool asked, std::uint64_t width, Tests tests,
+                  Columns columns) {
     OwnedArray cell(cxCreateCellMatrix(asked ? n : 0, asked ? 1 : 0));
     if (!asked) {
         return cell.release();
@@ -128,13 +128,15 @@ struct OutputMakers {
         },
         // ClassCount.
         [](const TreeT& t) {
-            return perNodeColumns<Y>(t.nodes, count(t), t.settings.classNumber,
-                                     [](const NodeT& d) -> const auto& { return d.ClassCount; });
+            return perNodeColumns<Y>(
+                t.nodes, count(t), t.settings.classNumber,
+                [](const NodeT& d) -> const auto& { return d.ClassCount; });
         },
         // ClassProb.
         [](const TreeT& t) {
-            return perNodeColumns<W>(t.nodes, count(t), t.settings.classNumber,
-                                     [](const NodeT& d) -> const auto& { return d.ClassProb; });
+            return perNodeColumns<W>(
+                t.nodes, count(t), t.settings.classNumber,
+                [](const NodeT& d) -> const auto& { return d.ClassProb; });
         },
         // CurvatureTests.
         [](const TreeT& t) {
@@ -199,9 +201,8 @@ struct OutputMakers {
         },
         // NodeSize.
         [](const TreeT& t) {
-            return perNode<double>(t.nodes, count(t), [](const NodeT& d) {
-                return static_cast<double>(d.NodeSize);
-            });
+            return perNode<double>(t.nodes, count(t),
+                                   [](const NodeT& d) { return static_cast<double>(d.NodeSize); });
         },
         // Parent.
         [](const TreeT& t) {
@@ -262,9 +263,8 @@ struct OutputMakers {
         },
         // SurrogateGains.
         [](const TreeT& t) {
-            return surrogateCell<W>(t.nodes, count(t), surrogatesAsked(t), [](const NodeT& d) {
-                return rowArray<W>(d.surrogates.gains);
-            });
+            return surrogateCell<W>(t.nodes, count(t), surrogatesAsked(t),
+                                    [](const NodeT& d) { return rowArray<W>(d.surrogates.gains); });
         },
         // SurrogateAssociations.
         [](const TreeT& t) {

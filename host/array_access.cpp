@@ -18,13 +18,9 @@ double firstAs(const cxArray* a) {
 
 }  // namespace
 
-cxClassID cxGetClassID(const cxArray* a) {
-    return a ? a->classID : cxUNKNOWN_CLASS;
-}
+cxClassID cxGetClassID(const cxArray* a) { return a ? a->classID : cxUNKNOWN_CLASS; }
 
-std::uint64_t cxGetM(const cxArray* a) {
-    return a ? a->dims[0] : 0;
-}
+std::uint64_t cxGetM(const cxArray* a) { return a ? a->dims[0] : 0; }
 
 std::uint64_t cxGetN(const cxArray* a) {
     if (!a) return 0;
@@ -33,21 +29,13 @@ std::uint64_t cxGetN(const cxArray* a) {
     return n;
 }
 
-std::uint64_t cxGetNumberOfElements(const cxArray* a) {
-    return a ? a->count : 0;
-}
+std::uint64_t cxGetNumberOfElements(const cxArray* a) { return a ? a->count : 0; }
 
-std::uint64_t cxGetNumberOfDimensions(const cxArray* a) {
-    return a ? a->dims.size() : 0;
-}
+std::uint64_t cxGetNumberOfDimensions(const cxArray* a) { return a ? a->dims.size() : 0; }
 
-const std::uint64_t* cxGetDimensions(const cxArray* a) {
-    return a ? a->dims.data() : nullptr;
-}
+const std::uint64_t* cxGetDimensions(const cxArray* a) { return a ? a->dims.data() : nullptr; }
 
-void* cxGetData(const cxArray* a) {
-    return a ? a->data.get() : nullptr;
-}
+void* cxGetData(const cxArray* a) { return a ? a->data.get() : nullptr; }
 
 bool* cxGetLogicals(const cxArray* a) {
     if (!a || a->classID != cxLOGICAL_CLASS) return nullptr;
@@ -78,9 +66,7 @@ bool cxIsLogicalScalarTrue(const cxArray* a) {
            *static_cast<const bool*>(a->data.get());
 }
 
-bool cxIsEmpty(const cxArray* a) {
-    return !a || a->count == 0;
-}
+bool cxIsEmpty(const cxArray* a) { return !a || a->count == 0; }
 
 std::string cxGetString(const cxArray* a) {
     if (!a || a->classID != cxCHAR_CLASS) return {};

@@ -31,23 +31,16 @@ bool allocationRefused() noexcept {
     return number == failing.load(std::memory_order_relaxed);
 }
 
-void noteAllocated() noexcept {
-    live.fetch_add(1, std::memory_order_relaxed);
-}
+void noteAllocated() noexcept { live.fetch_add(1, std::memory_order_relaxed); }
 
-void noteReleased() noexcept {
-    live.fetch_sub(1, std::memory_order_relaxed);
-}
+void noteReleased() noexcept { live.fetch_sub(1, std::memory_order_relaxed); }
 
 // Double, single and the integer classes.
-bool isNumeric(cxClassID cls) noexcept {
-    return cls >= cxDOUBLE_CLASS && cls <= cxUINT64_CLASS;
-}
+bool isNumeric(cxClassID cls) noexcept { return cls >= cxDOUBLE_CLASS && cls <= cxUINT64_CLASS; }
 
 bool holdsData(cxClassID cls) noexcept {
     return isNumeric(cls) || cls == cxLOGICAL_CLASS || cls == cxCHAR_CLASS;
 }
-
 
 void normalise(std::vector<std::uint64_t>& dims) {
     while (dims.size() < 2) dims.push_back(1);
@@ -218,16 +211,10 @@ cxArray* cxCreateLogicalScalar(bool value) {
     return a;
 }
 
-void failNextAllocation() noexcept {
-    failNext.store(true);
-}
+void failNextAllocation() noexcept { failNext.store(true); }
 
-void failNthAllocation(std::uint64_t k) noexcept {
-    failing.store(k == 0 ? 0 : made.load() + k);
-}
+void failNthAllocation(std::uint64_t k) noexcept { failing.store(k == 0 ? 0 : made.load() + k); }
 
-AllocationCounts allocationCounts() noexcept {
-    return {made.load(), live.load()};
-}
+AllocationCounts allocationCounts() noexcept { return {made.load(), live.load()}; }
 
 }  // namespace numora

@@ -90,7 +90,7 @@ TEST(CellArrays, OwnTheirElements) {
     cxArray* first = numora::cxCreateDoubleScalar(4.0);
     cxSetCell(cell.get(), 3, first);
     EXPECT_EQ(cxGetCell(cell.get(), 3), first);  // by pointer, not a copy
-    cxSetCell(cell.get(), 3, first);              // storing it again keeps it alive
+    cxSetCell(cell.get(), 3, first);             // storing it again keeps it alive
     EXPECT_EQ(cxGetScalar(cxGetCell(cell.get(), 3)), 4.0);
     cxSetCell(cell.get(), 3, numora::cxCreateString("x"));  // replaces (and frees) the old
     EXPECT_EQ(cxGetString(cxGetCell(cell.get(), 3)), "x");
@@ -157,17 +157,17 @@ TEST(Memory, NthAllocationFailsOnceWhateverAllocates) {
     auto live = [&] { return numora::allocationCounts().live - start.live; };
 
     numora::failNthAllocation(3);
-    void* buffer = cxMallocEx(16);               // 1
-    ArrayPtr cell(cxCreateCellMatrix(1, 2));     // 2
+    void* buffer = cxMallocEx(16);            // 1
+    ArrayPtr cell(cxCreateCellMatrix(1, 2));  // 2
     try {
-        (void)cxCreateLogicalMatrix(2, 3);       // 3
+        (void)cxCreateLogicalMatrix(2, 3);  // 3
         FAIL() << "no memory error";
     } catch (const numora::Exception& e) {
         EXPECT_EQ(e.identifier(), "numora:memory:outOfMemory");
         EXPECT_EQ(e.text().rfind("Out of memory: ", 0), 0u) << e.text();
         EXPECT_GE(boost::get<std::int64_t>(e.message().args.at(0)), 6 * 8);
     }
-    cxSetCell(cell.get(), 0, numora::cxCreateString("ab"));    // 4
+    cxSetCell(cell.get(), 0, numora::cxCreateString("ab"));     // 4
     cxSetCell(cell.get(), 1, numora::cxCreateDoubleScalar(2));  // 5
     EXPECT_EQ(made(), 5u);
     EXPECT_EQ(live(), 4u);  // the failed one never existed
@@ -209,14 +209,15 @@ const std::string kTree = "tallix:silvan:learning:treeutils:";
 // Message exceptions as the module declares them: one type per message.
 struct TooManyLevels : numora::MessageException<TooManyLevels> {
     explicit TooManyLevels(std::int64_t limit)
-        : MessageException(Message{kTree + "ClassificationNominalSplitFinder:exact",
-                                   "TooManyLevels", {limit}}) {}
+        : MessageException(Message{
+              kTree + "ClassificationNominalSplitFinder:exact", "TooManyLevels", {limit}}) {}
 };
 
 struct TypeMismatch : numora::MessageException<TypeMismatch> {
     TypeMismatch(std::wstring name, std::string type)
         : MessageException(Message{kTree + "CustomClassificationSplitCriterion:kids",
-                                   "TypeMismatch", {std::move(name), std::move(type)}}) {}
+                                   "TypeMismatch",
+                                   {std::move(name), std::move(type)}}) {}
 };
 
 TEST(Errors, RaiserThrowsTheDynamicTypeWithFormattedText) {
@@ -258,18 +259,21 @@ TEST(Catalog, KnowsEveryMessageOfTheModule) {
         {"SplitCriteriaFactory:make:BadCriterion", {}, ""},
         {"IndexedColumn:findNominalSplitWithBestGain:BadAlgCat", {}, ""},
         {"ClassificationNominalSplitFinder:exact:TooManyLevels", {std::int64_t{64}}, "64"},
-        {"ClassificationNominalSplitFinder:pca:MemoryLessThanXBytes", {std::int64_t{8192}},
-         "8192"},
+        {"ClassificationNominalSplitFinder:pca:MemoryLessThanXBytes", {std::int64_t{8192}}, "8192"},
         {"ClassificationNominalSplitFinder:pca:BadDSYEVXInput", {}, ""},
         {"ClassificationNominalSplitFinder:pca:BadDSYEVXOutput", {}, ""},
-        {"CustomClassificationSplitCriterion:parent:BadUserFunctionCall", {std::string("pf")},
+        {"CustomClassificationSplitCriterion:parent:BadUserFunctionCall",
+         {std::string("pf")},
          "'pf'"},
         {"CustomClassificationSplitCriterion:parent:TypeMismatch",
-         {std::string("pf"), std::string("double")}, "double"},
-        {"CustomClassificationSplitCriterion:kids:BadUserFunctionCall", {std::string("kf")},
+         {std::string("pf"), std::string("double")},
+         "double"},
+        {"CustomClassificationSplitCriterion:kids:BadUserFunctionCall",
+         {std::string("kf")},
          "'kf'"},
         {"CustomClassificationSplitCriterion:kids:TypeMismatch",
-         {std::string("kf"), std::string("single")}, "single"},
+         {std::string("kf"), std::string("single")},
+         "single"},
     };
     for (const auto& c : cases) {
         const std::string full = kTree + c.id;

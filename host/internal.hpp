@@ -45,8 +45,7 @@ ArrayPtr newArray(cxClassID cls, std::vector<std::uint64_t> dims);
 ArrayPtr makeExceptionArray(std::exception_ptr error);
 
 // Raises the host's own errors through the same route as the module's.
-[[noreturn]] void raise(std::string component, std::string key,
-                        std::vector<MessageArg> args = {});
+[[noreturn]] void raise(std::string component, std::string key, std::vector<MessageArg> args = {});
 
 // Sends text to the print sink (stdout when none is set).
 void emitText(std::string_view text);

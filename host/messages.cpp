@@ -59,22 +59,18 @@ const std::unordered_map<std::string_view, std::string_view>& catalog() {
         {"vellum:contextmgr:null", "Unable to access null resource"},
         {"numora:interrupt", "Operation terminated by user."},
         {"numora:module:cannotOpen", "Cannot load module '{1}': {2}"},
-        {"numora:module:missingEntryPoint",
-         "Module '{1}' does not export '{2}': {3}"},
+        {"numora:module:missingEntryPoint", "Module '{1}' does not export '{2}': {3}"},
         {"numora:module:versionMismatch",
          "Module '{1}' requires interface version {2}, but this host provides {3}."},
         {"numora:function:unknown", "There is no host function named '{1}'."},
-        {"numora:function:throw:badInput",
-         "The host function 'throw' takes one exception object."},
+        {"numora:function:throw:badInput", "The host function 'throw' takes one exception object."},
         {"numora:memory:outOfMemory", "Out of memory: {1} bytes could not be allocated."},
         {"numora:array:tooLarge", "The array is too large for the memory of this machine."},
         {"numora:array:badNumericClass", "A numeric array cannot be of class {1}."},
         {"numora:array:complexUnsupported", "Complex arrays are not supported."},
         {"numora:array:wrongClass", "{1} needs an array of class {2}."},
-        {"numora:array:indexOutOfRange",
-         "Index {1} is out of range for an array of {2} elements."},
-        {"numora:lotstream:badDraw",
-         "Cannot draw {1} distinct integers from the range 1 to {2}."},
+        {"numora:array:indexOutOfRange", "Index {1} is out of range for an array of {2} elements."},
+        {"numora:lotstream:badDraw", "Cannot draw {1} distinct integers from the range 1 to {2}."},
     };
     return texts;
 }
@@ -137,9 +133,7 @@ struct ArgText {
     std::string operator()(const std::wstring& v) const { return toUtf8(v); }
 };
 
-std::string argText(const MessageArg& arg) {
-    return boost::apply_visitor(ArgText{}, arg);
-}
+std::string argText(const MessageArg& arg) { return boost::apply_visitor(ArgText{}, arg); }
 
 // Replaces {n} by argument n (1-based); a mark without its argument stays,
 // so a missing argument shows rather than vanishes.
@@ -196,23 +190,17 @@ Exception::Exception(Message message)
 
 Exception::~Exception() = default;
 
-void Exception::setText(std::string text) {
-    text_ = std::move(text);
-}
+void Exception::setText(std::string text) { text_ = std::move(text); }
 
 const char* Exception::what() const noexcept {
     return text_.empty() ? identifier_.c_str() : text_.c_str();
 }
 
-void Exception::rethrow() const {
-    throw *this;
-}
+void Exception::rethrow() const { throw *this; }
 
 Interrupt::Interrupt() : Exception(Message{"numora", "interrupt", {}}) {}
 
-void Interrupt::rethrow() const {
-    throw *this;
-}
+void Interrupt::rethrow() const { throw *this; }
 
 WarningSink setWarningSink(WarningSink sink) {
     std::lock_guard lock(warningSlot().mutex);
@@ -234,8 +222,7 @@ void raise(std::string component, std::string key, std::vector<MessageArg> args)
 
 namespace vellum::contextmgr {
 
-NullResource::NullResource()
-    : MessageException(numora::Message{"vellum:contextmgr", "null", {}}) {}
+NullResource::NullResource() : MessageException(numora::Message{"vellum:contextmgr", "null", {}}) {}
 
 }  // namespace vellum::contextmgr
 

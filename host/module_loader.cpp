@@ -16,9 +16,7 @@ namespace {
 std::atomic<bool> interruptFlag{false};
 static_assert(std::atomic<bool>::is_always_lock_free);
 
-extern "C" void onInterruptSignal(int) {
-    interruptFlag.store(true, std::memory_order_relaxed);
-}
+extern "C" void onInterruptSignal(int) { interruptFlag.store(true, std::memory_order_relaxed); }
 
 }  // namespace
 
@@ -51,17 +49,11 @@ void* entryPoint(void* handle, const std::string& path, const char* name) {
 
 }  // namespace
 
-void requestInterrupt() noexcept {
-    interruptFlag.store(true, std::memory_order_relaxed);
-}
+void requestInterrupt() noexcept { interruptFlag.store(true, std::memory_order_relaxed); }
 
-void clearInterrupt() noexcept {
-    interruptFlag.store(false, std::memory_order_relaxed);
-}
+void clearInterrupt() noexcept { interruptFlag.store(false, std::memory_order_relaxed); }
 
-bool interruptRequested() noexcept {
-    return interruptFlag.load(std::memory_order_relaxed);
-}
+bool interruptRequested() noexcept { return interruptFlag.load(std::memory_order_relaxed); }
 
 struct InterruptScope::Saved {
     struct sigaction previous {};
@@ -96,9 +88,9 @@ Module::Module(const std::string& path) : path_(path) {
         // A module runs on a host of the same major version that offers at
         // least the minor version it was built for.
         if (major != kCalyxApiMajor || minor > kCalyxApiMinor) {
-            detail::raise("numora:module", "versionMismatch",
-                          {path_, versionText(major, minor),
-                           versionText(kCalyxApiMajor, kCalyxApiMinor)});
+            detail::raise(
+                "numora:module", "versionMismatch",
+                {path_, versionText(major, minor), versionText(kCalyxApiMajor, kCalyxApiMinor)});
         }
         entry_ = reinterpret_cast<CalyxFunction>(entryPoint(handle_, path_, "calyxFunction"));
     } catch (...) {
@@ -107,9 +99,7 @@ Module::Module(const std::string& path) : path_(path) {
     }
 }
 
-Module::~Module() {
-    dlclose(handle_);
-}
+Module::~Module() { dlclose(handle_); }
 
 void Module::call(int nout, cxArray** outputs, int nin, const cxArray** inputs) const {
     InterruptScope scope;

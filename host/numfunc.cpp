@@ -9,13 +9,9 @@
 
 #include "gateway/numora.hpp"
 
-double cxGetNaN() {
-    return std::numeric_limits<double>::quiet_NaN();
-}
+double cxGetNaN() { return std::numeric_limits<double>::quiet_NaN(); }
 
-bool cxIsNaN(double v) {
-    return std::isnan(v);
-}
+bool cxIsNaN(double v) { return std::isnan(v); }
 
 namespace numfunc {
 
@@ -23,19 +19,16 @@ namespace {
 
 namespace bp = boost::math::policies;
 
-using QuietPolicy = bp::policy<bp::domain_error<bp::ignore_error>, bp::pole_error<bp::ignore_error>,
-                               bp::overflow_error<bp::ignore_error>,
-                               bp::underflow_error<bp::ignore_error>,
-                               bp::denorm_error<bp::ignore_error>,
-                               bp::evaluation_error<bp::ignore_error>,
-                               bp::rounding_error<bp::ignore_error>,
-                               bp::indeterminate_result_error<bp::ignore_error>>;
+using QuietPolicy =
+    bp::policy<bp::domain_error<bp::ignore_error>, bp::pole_error<bp::ignore_error>,
+               bp::overflow_error<bp::ignore_error>, bp::underflow_error<bp::ignore_error>,
+               bp::denorm_error<bp::ignore_error>, bp::evaluation_error<bp::ignore_error>,
+               bp::rounding_error<bp::ignore_error>,
+               bp::indeterminate_result_error<bp::ignore_error>>;
 
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 
-double pick(Tail tail, double lower, double upper) {
-    return tail == Tail::Lower ? lower : upper;
-}
+double pick(Tail tail, double lower, double upper) { return tail == Tail::Lower ? lower : upper; }
 
 }  // namespace
 

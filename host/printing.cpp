@@ -22,9 +22,7 @@ SinkSlot& slot() {
     return s;
 }
 
-bool isDigit(char c) {
-    return std::isdigit(static_cast<unsigned char>(c)) != 0;
-}
+bool isDigit(char c) { return std::isdigit(static_cast<unsigned char>(c)) != 0; }
 
 // Skips digits, '*' and '$' (width, precision and their positional forms).
 std::size_t skipNumber(std::string_view s, std::size_t i) {

@@ -94,9 +94,7 @@ TEST(HostFunctions, ConcurrentCallsWhileTheRegistryChanges) {
 // ------------------------------------------------------------------ interrupt
 
 std::atomic<int> outsideHandlerCalls{0};
-extern "C" void outsideHandler(int) {
-    outsideHandlerCalls.fetch_add(1);
-}
+extern "C" void outsideHandler(int) { outsideHandlerCalls.fetch_add(1); }
 
 // A request seen from the module's worker threads is ModuleFit.CtrlCStopsALargeFit.
 TEST(Interrupt, RequestMakesTheCheckThrowUntilCleared) {
@@ -141,8 +139,7 @@ TEST(Interrupt, ScopeTurnsSigintIntoARequestAndRestoresTheHandler) {
 // Collects everything printed while it lives.
 class PrintCapture {
 public:
-    PrintCapture()
-        : previous_(numora::setPrintSink([this](std::string_view s) { text_ += s; })) {}
+    PrintCapture() : previous_(numora::setPrintSink([this](std::string_view s) { text_ += s; })) {}
     ~PrintCapture() { numora::setPrintSink(previous_); }
     const std::string& text() const { return text_; }
 
@@ -158,8 +155,8 @@ struct PrintfCase {
 };
 
 const PrintfCase kPrintf[] = {
-    {"integers take 64 bits", [] { return calyxPrintf("%i %d", std::int64_t{5000000000},
-                                                      std::int64_t{-3000000000}); },
+    {"integers take 64 bits",
+     [] { return calyxPrintf("%i %d", std::int64_t{5000000000}, std::int64_t{-3000000000}); },
      "5000000000 -3000000000"},
     {"arguments after a wide integer stay aligned",
      [] { return calyxPrintf("%i %s %i %g", std::int64_t{1} << 40, "x", std::int64_t{-1}, 0.5); },

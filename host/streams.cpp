@@ -103,9 +103,7 @@ StreamTable& table() {
 
 }  // namespace
 
-vellum::contextmgr::ResourceTable* knownLotstreams() {
-    return &table();
-}
+vellum::contextmgr::ResourceTable* knownLotstreams() { return &table(); }
 
 StreamHandle lotGetDefaultStream() {
     StreamTable& t = table();
@@ -128,13 +126,9 @@ void raiseNullResource() {
 
 namespace numora {
 
-std::uint64_t createStream(std::uint64_t seed) {
-    return table().add(seed);
-}
+std::uint64_t createStream(std::uint64_t seed) { return table().add(seed); }
 
-void destroyStream(std::uint64_t id) {
-    table().remove(id);
-}
+void destroyStream(std::uint64_t id) { table().remove(id); }
 
 void resetDefaultStream(std::uint64_t seed) {
     StreamTable& t = table();
@@ -158,9 +152,7 @@ namespace lotstream {
 namespace {
 
 // A double in [0, 1) from the top 53 bits of one draw.
-double uniform(Stream& stream) {
-    return static_cast<double>(stream.next() >> 11) * 0x1.0p-53;
-}
+double uniform(Stream& stream) { return static_cast<double>(stream.next() >> 11) * 0x1.0p-53; }
 
 [[noreturn]] void badDraw(std::uint64_t k, double n) {
     char count[32];

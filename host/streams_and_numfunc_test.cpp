@@ -179,11 +179,11 @@ TEST(SpecialFunctions, BetaincMeetsClosedForms) {
 TEST(SpecialFunctions, BadArgumentsGiveNaNWithoutThrowing) {
     const double nan = std::nan("");
     const double bad[] = {
-        gammainc(nan, 1.0, Tail::Lower),       gammainc(1.0, nan, Tail::Upper),
-        gammainc(1.0, -2.0, Tail::Lower),      gammainc(-1.0, 2.0, Tail::Upper),
-        betainc(nan, 1.0, 1.0, Tail::Lower),   betainc(0.5, nan, 1.0, Tail::Lower),
-        betainc(0.5, 1.0, nan, Tail::Upper),   betainc(1.5, 1.0, 1.0, Tail::Lower),
-        betainc(-0.1, 1.0, 1.0, Tail::Upper),  betainc(0.5, -1.0, 1.0, Tail::Lower),
+        gammainc(nan, 1.0, Tail::Lower),      gammainc(1.0, nan, Tail::Upper),
+        gammainc(1.0, -2.0, Tail::Lower),     gammainc(-1.0, 2.0, Tail::Upper),
+        betainc(nan, 1.0, 1.0, Tail::Lower),  betainc(0.5, nan, 1.0, Tail::Lower),
+        betainc(0.5, 1.0, nan, Tail::Upper),  betainc(1.5, 1.0, 1.0, Tail::Lower),
+        betainc(-0.1, 1.0, 1.0, Tail::Upper), betainc(0.5, -1.0, 1.0, Tail::Lower),
         betainc(0.5, 0.0, 0.0, Tail::Lower),
     };
     for (std::size_t i = 0; i < std::size(bad); ++i) EXPECT_TRUE(std::isnan(bad[i])) << i;

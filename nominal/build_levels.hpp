@@ -60,8 +60,8 @@ void buildClassificationLevels(IndexedColumn<X, Y, W>& column,
                 rows.push_back(r);
             }
         });
-        const auto present = std::count_if(counts.begin(), counts.end(),
-                                           [](std::uint64_t c) { return c != 0; });
+        const auto present =
+            std::count_if(counts.begin(), counts.end(), [](std::uint64_t c) { return c != 0; });
         if (present == 1) {
             const std::uint64_t k = static_cast<std::uint64_t>(
                 std::find_if(counts.begin(), counts.end(), [](std::uint64_t c) { return c != 0; }) -

@@ -21,9 +21,13 @@ public:
                                      const ClassificationSplitCriterion<Y, W>* criterion,
                                      const ClassWeights<W>& Ptot, std::uint64_t minLeaf,
                                      std::uint64_t verbosity)
-        : LevelSizes(levels.levelSizes()), ParentWeights(Ptot.size(), W(0)),
-          levelWeights_(&levels.LevelWeights), sortedLevels_(&levels.SortedLevels),
-          criterion_(criterion), minLeaf_(minLeaf), verbosity_(verbosity) {
+        : LevelSizes(levels.levelSizes()),
+          ParentWeights(Ptot.size(), W(0)),
+          levelWeights_(&levels.LevelWeights),
+          sortedLevels_(&levels.SortedLevels),
+          criterion_(criterion),
+          minLeaf_(minLeaf),
+          verbosity_(verbosity) {
         criterion_->correct(Ptot, ParentWeights);
     }
 

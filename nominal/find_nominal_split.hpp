@@ -5,8 +5,8 @@
 #include <algorithm>
 
 #include "gateway/messages.hpp"
-#include "nominal/exact.hpp"
 #include "nominal/build_levels.hpp"
+#include "nominal/exact.hpp"
 #include "nominal/ova_by_class.hpp"
 #include "nominal/pca.hpp"
 #include "nominal/pull_left.hpp"
@@ -53,7 +53,7 @@ W IndexedColumn<X, Y, W>::findNominalSplitWithBestGain(const ClassWeights<W>& Pt
     NominalSplit split;
     if (classCriterion_ == nullptr) {
         const RegressionNominalSplitFinder<X, Y, W> finder(levels, *present_, x_, y_, w_, minLeaf_,
-                                                          verbosity_);
+                                                           verbosity_);
         const MethodOutcome<W> outcome = finder.findRegressionSplit(split);
         if (outcome.found) {
             results.push_back({outcome.crit, split, "Regression"});
@@ -82,8 +82,8 @@ W IndexedColumn<X, Y, W>::findNominalSplitWithBestGain(const ClassWeights<W>& Pt
     }
     if (verbosity_ > 1) {
         calyxPrintf("     Found nominal split with %i and %i levels by method %s.\n",
-                    std::uint64_t{best->split.Left.size()},
-                    std::uint64_t{best->split.Right.size()}, best->method);
+                    std::uint64_t{best->split.Left.size()}, std::uint64_t{best->split.Right.size()},
+                    best->method);
     }
     auto& left = bestSplit.leftLevels;
     auto& right = bestSplit.rightLevels;

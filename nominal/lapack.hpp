@@ -8,9 +8,8 @@
 #include "gateway/numora.hpp"
 
 extern "C" void dsyev_(const char* jobz, const char* uplo, const std::int64_t* n, double* a,
-                       const std::int64_t* lda, double* w, double* work,
-                       const std::int64_t* lwork, std::int64_t* info, std::size_t jobzLength,
-                       std::size_t uploLength);
+                       const std::int64_t* lda, double* w, double* work, const std::int64_t* lwork,
+                       std::int64_t* info, std::size_t jobzLength, std::size_t uploLength);
 
 namespace arbolin {
 

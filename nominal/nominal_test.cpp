@@ -6,9 +6,9 @@
 #include <gtest/gtest.h>
 
 #include "columns/column.hpp"
-#include "tests/gini_column.hpp"
 #include "criteria/gini.hpp"
 #include "host/numora_host.hpp"
+#include "tests/gini_column.hpp"
 
 namespace arbolin {
 namespace {
@@ -79,9 +79,9 @@ TEST(PCA, SolverFailures) {
     gInfo = 1;  // no convergence: a warning, and no split from this method
     EXPECT_FALSE(c.finder().runMethod(split, 2).found);
     gInfo = -3;  // a bad argument ends the tree
-    EXPECT_THROW(c.finder().runMethod(split, 2),
-                 tallix::silvan::learning::treeutils::ClassificationNominalSplitFinder::pca::
-                     BadDSYEVXInput);
+    EXPECT_THROW(
+        c.finder().runMethod(split, 2),
+        tallix::silvan::learning::treeutils::ClassificationNominalSplitFinder::pca::BadDSYEVXInput);
     symmetricEigenSolver = &dsyev_;
     numora::setWarningSink(previous);
     EXPECT_EQ(warnings, std::vector<std::string>{"BadDSYEVXOutput"});

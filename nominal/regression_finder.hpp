@@ -21,9 +21,15 @@ public:
     RegressionNominalSplitFinder(const LevelTables<X, W>& levels, const RowList& present,
                                  const X* x, const Y* y, const W* w, std::uint64_t minLeaf,
                                  std::uint64_t verbosity)
-        : x_(x), y_(y), w_(w), present_(&present), levelValues_(&levels.LevelValues),
-          LevelSizes(levels.levelSizes()), sortedLevels_(&levels.SortedLevels),
-          minLeaf_(minLeaf), verbosity_(verbosity) {}
+        : x_(x),
+          y_(y),
+          w_(w),
+          present_(&present),
+          levelValues_(&levels.LevelValues),
+          LevelSizes(levels.levelSizes()),
+          sortedLevels_(&levels.SortedLevels),
+          minLeaf_(minLeaf),
+          verbosity_(verbosity) {}
 
     MethodOutcome<W> findRegressionSplit(NominalSplit& split) const;
 
@@ -66,10 +72,10 @@ MethodOutcome<W> RegressionNominalSplitFinder<X, Y, W>::findRegressionSplit(
         // The rows of the level, in list order: one run, since a column's
         // rows are sorted by value before its levels are built.
         const X value = (*levelValues_)[c][0];
-        const auto first = std::partition_point(
-            present.begin(), present.end(), [&](std::uint64_t r) { return x_[r] < value; });
-        const auto last = std::partition_point(
-            first, present.end(), [&](std::uint64_t r) { return !(value < x_[r]); });
+        const auto first = std::partition_point(present.begin(), present.end(),
+                                                [&](std::uint64_t r) { return x_[r] < value; });
+        const auto last = std::partition_point(first, present.end(),
+                                               [&](std::uint64_t r) { return !(value < x_[r]); });
         levelRows.assign(first, last);
         evaluator.advance(levelRows.data(), levelRows.data() + levelRows.size());
         W crit;

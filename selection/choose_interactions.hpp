@@ -24,9 +24,9 @@ void testInteractions(const ScalableVector<std::uint64_t>& sampled,
     for (std::uint64_t i = 0; i < positions.size(); ++i) {
         positions[i] = i;
     }
-    forEachPredictor(Phase::InteractionTests, loops, positions,
-                     ColumnInteractionTest<X, Y, W>{&sampled, &columns, &pValues, &partners,
-                                                    loops.verbosity});
+    forEachPredictor(
+        Phase::InteractionTests, loops, positions,
+        ColumnInteractionTest<X, Y, W>{&sampled, &columns, &pValues, &partners, loops.verbosity});
     std::uint64_t m = 0;
     for (std::uint64_t i = 1; i < D; ++i) {
         if (pValues[m] > pValues[i]) {

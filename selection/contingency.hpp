@@ -99,8 +99,9 @@ W contingencyTest(const IndexedColumn<X, Y, W>& column, const RowList& missing,
         }
     }
     if (column.verbosity_ != 0) {
-        calyxPrintf("        Contingency table with response: x = %13.10g   v = %i    pval = %13.10g\n",
-                    static_cast<double>(x), v, static_cast<double>(p));
+        calyxPrintf(
+            "        Contingency table with response: x = %13.10g   v = %i    pval = %13.10g\n",
+            static_cast<double>(x), v, static_cast<double>(p));
     }
     return p;
 }

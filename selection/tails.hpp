@@ -29,15 +29,13 @@ W fTail(std::uint64_t v1, std::uint64_t v2, W F) {
     const W d2 = static_cast<W>(v2);
     const W t = (W(1) / F) * d2;
     if (d1 > t) {
-        return static_cast<W>(numfunc::betainc(static_cast<double>(t / (d1 + t)),
-                                               static_cast<double>(W(0.5) * d2),
-                                               static_cast<double>(W(0.5) * d1),
-                                               numfunc::Tail::Lower));
+        return static_cast<W>(
+            numfunc::betainc(static_cast<double>(t / (d1 + t)), static_cast<double>(W(0.5) * d2),
+                             static_cast<double>(W(0.5) * d1), numfunc::Tail::Lower));
     }
     return static_cast<W>(numfunc::betainc(static_cast<double>(d1 / (d1 + t)),
                                            static_cast<double>(W(0.5) * d1),
-                                           static_cast<double>(W(0.5) * d2),
-                                           numfunc::Tail::Upper));
+                                           static_cast<double>(W(0.5) * d2), numfunc::Tail::Upper));
 }
 
 }  // namespace arbolin

@@ -20,8 +20,7 @@ void SurrogateSet<X, W>::routeMissingRows(RowList& rows, SplitRows& kids, const 
         const X* column = x + rowCount * predictors[i];
         // Rows with NaN here to the front, rows with a value behind: the
         // mirror of the split of a node's rows by presence.
-        const std::size_t back =
-            splitByNaN(column, rows, [](X v) { return isMissing(v); });
+        const std::size_t back = splitByNaN(column, rows, [](X v) { return isMissing(v); });
         RowList placed(rows.begin() + back, rows.end());
         rows.resize(back);
         if (placed.empty()) {

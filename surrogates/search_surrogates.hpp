@@ -34,9 +34,9 @@ void SurrogateSet<X, W>::searchSurrogates(
         std::sort(sorted.right.begin(), sorted.right.end());
         lists = &sorted;
     }
-    forEachPredictor(Phase::SurrogateSearch, loops, candidates,
-                     ColumnAssociationSplitter<X, Y, W>{lists, minP, &columns, verbosity,
-                                                        &assocPair});
+    forEachPredictor(
+        Phase::SurrogateSearch, loops, candidates,
+        ColumnAssociationSplitter<X, Y, W>{lists, minP, &columns, verbosity, &assocPair});
 
     // Drop what imitates no better than the default rule (and what was
     // never written), keeping the order; then the best first.

@@ -110,14 +110,13 @@ TEST(ParallelPhases, OneOrTwoThreadsGrowTheSameTree) {
         const char* criterion;
         bool costs, allPhases;  // else the search of numeric columns alone
     };
-    for (const Case c : {Case{"gini", false, false}, Case{"deviance", false, false},
-                         Case{"twoing", false, false}, Case{"mse", false, false},
-                         Case{"gini", false, true}, Case{"deviance", false, true},
-                         Case{"twoing", false, true}, Case{"gini", true, true},
-                         Case{"mse", false, true}}) {
+    for (const Case c :
+         {Case{"gini", false, false}, Case{"deviance", false, false}, Case{"twoing", false, false},
+          Case{"mse", false, false}, Case{"gini", false, true}, Case{"deviance", false, true},
+          Case{"twoing", false, true}, Case{"gini", true, true}, Case{"mse", false, true}}) {
         const std::string criterion = c.criterion;
-        const std::string name = criterion + (c.costs ? " with costs" : "") +
-                                 (c.allPhases ? ", every phase" : "");
+        const std::string name =
+            criterion + (c.costs ? " with costs" : "") + (c.allPhases ? ", every phase" : "");
         const TreeCall call =
             c.allPhases ? phases.call(criterion, c.costs)
                         : TreeCall(plain.N, plain.D, plain.x,
@@ -129,8 +128,8 @@ TEST(ParallelPhases, OneOrTwoThreadsGrowTheSameTree) {
         if (c.allPhases) {
             // Every phase had work: nominal splits, curvature and
             // interaction tests, surrogates.
-            for (out::Position p : {out::SplitLevels, out::CurvatureTests,
-                                    out::InteractionTests, out::SurrogatePredictors}) {
+            for (out::Position p : {out::SplitLevels, out::CurvatureTests, out::InteractionTests,
+                                    out::SurrogatePredictors}) {
                 EXPECT_GT(filled(one[p]), 0u) << name << ", " << contract::outputName(p);
             }
         }
@@ -149,8 +148,8 @@ TEST(ModuleFit, CtrlCStopsALargeFit) {
     TreeOutputs outputs;
     EXPECT_THROW(fit(module, call, outputs), numora::Interrupt);
     user.join();
-    EXPECT_EQ(outputs[out::Children], nullptr);   // nothing written
-    EXPECT_FALSE(numora::interruptRequested());   // the call's scope cleared it
+    EXPECT_EQ(outputs[out::Children], nullptr);  // nothing written
+    EXPECT_FALSE(numora::interruptRequested());  // the call's scope cleared it
 }
 
 }  // namespace

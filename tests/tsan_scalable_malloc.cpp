@@ -15,21 +15,13 @@
 
 extern "C" {
 
-void* scalable_malloc(size_t size) {
-    return std::malloc(size);
-}
+void* scalable_malloc(size_t size) { return std::malloc(size); }
 
-void scalable_free(void* p) {
-    std::free(p);
-}
+void scalable_free(void* p) { std::free(p); }
 
-void* scalable_realloc(void* p, size_t size) {
-    return std::realloc(p, size);
-}
+void* scalable_realloc(void* p, size_t size) { return std::realloc(p, size); }
 
-void* scalable_calloc(size_t count, size_t size) {
-    return std::calloc(count, size);
-}
+void* scalable_calloc(size_t count, size_t size) { return std::calloc(count, size); }
 
 int scalable_posix_memalign(void** p, size_t alignment, size_t size) {
     return posix_memalign(p, alignment, size);
@@ -55,12 +47,8 @@ void* scalable_aligned_realloc(void* p, size_t size, size_t alignment) {
     return moved;
 }
 
-void scalable_aligned_free(void* p) {
-    std::free(p);
-}
+void scalable_aligned_free(void* p) { std::free(p); }
 
-size_t scalable_msize(void* p) {
-    return p == nullptr ? 0 : malloc_usable_size(p);
-}
+size_t scalable_msize(void* p) { return p == nullptr ? 0 : malloc_usable_size(p); }
 
 }  // extern "C"

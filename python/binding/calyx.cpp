@@ -105,21 +105,21 @@ void storeResult(const std::string& name, py::handle result, int nout, cxArray**
 // of the interpreter. It holds only a borrowed pointer to the callable,
 // which the call keeps alive, so that copies of it never touch Python.
 numora::HostFunction hostFunction(std::string name, PyObject* callable) {
-    return [name = std::move(name), callable](int nout, cxArray** outputs, int nin,
-                                              cxArray** inputs) {
-        py::gil_scoped_acquire gil;
-        py::tuple args(nin);
-        for (int i = 0; i < nin; ++i) {
-            try {
-                args[i] = fromHost(inputs[i]);
-            } catch (const UnmappableValue& e) {
-                throw py::type_error("host function '" + name + "', input " + std::to_string(i) +
-                                     ": " + e.what());
+    return
+        [name = std::move(name), callable](int nout, cxArray** outputs, int nin, cxArray** inputs) {
+            py::gil_scoped_acquire gil;
+            py::tuple args(nin);
+            for (int i = 0; i < nin; ++i) {
+                try {
+                    args[i] = fromHost(inputs[i]);
+                } catch (const UnmappableValue& e) {
+                    throw py::type_error("host function '" + name + "', input " +
+                                         std::to_string(i) + ": " + e.what());
+                }
             }
-        }
-        py::object result = py::handle(callable)(*args);
-        storeResult(name, result, nout, outputs);
-    };
+            py::object result = py::handle(callable)(*args);
+            storeResult(name, result, nout, outputs);
+        };
 }
 
 // ------------------------------------------------------------ call scope
@@ -176,8 +176,8 @@ private:
             if (!s || PyList_Append(list, s.ptr()) != 0) throw py::error_already_set();
         });
         capturing_ = true;
-        previousWarning_ = numora::setWarningSink(
-            [list](const numora::Message& message, const std::string&) {
+        previousWarning_ =
+            numora::setWarningSink([list](const numora::Message& message, const std::string&) {
                 py::gil_scoped_acquire gil;
                 py::object entry = py::make_tuple("WARNING", message.identifier());
                 if (PyList_Append(list, entry.ptr()) != 0) throw py::error_already_set();
@@ -219,7 +219,9 @@ public:
     OutputSlots& operator=(const OutputSlots&) = delete;
 
     cxArray** data() { return slots_.data(); }
-    numora::ArrayPtr take(std::size_t k) { return numora::ArrayPtr(std::exchange(slots_[k], nullptr)); }
+    numora::ArrayPtr take(std::size_t k) {
+        return numora::ArrayPtr(std::exchange(slots_[k], nullptr));
+    }
 
 private:
     std::vector<cxArray*> slots_;
@@ -274,8 +276,7 @@ py::tuple calyx(py::handle nout, py::handle inputs, py::handle functions, py::ha
         callModule);
 }
 
-py::tuple calyxUnchecked(py::handle nout, py::handle inputs, py::handle functions,
-                         py::handle out) {
+py::tuple calyxUnchecked(py::handle nout, py::handle inputs, py::handle functions, py::handle out) {
     return hostCall(nout, inputs, functions, out, noCheck, callModule);
 }
 
@@ -283,15 +284,16 @@ py::tuple calyxUnchecked(py::handle nout, py::handle inputs, py::handle function
 // trapped call and a rethrow by the host function "throw".
 py::tuple callHost(py::handle nout, const std::string& name, py::handle inputs,
                    py::handle functions, py::handle out, bool trap) {
-    return hostCall(nout, inputs, functions, out, noCheck,
-                    [&name, trap](int n, cxArray** outputs, int nin, cxArray** in) {
-                        if (!trap) return calyxCallNumora(n, outputs, nin, in, name.c_str());
-                        numora::ArrayPtr error(calyxCallNumoraWithTrap(n, outputs, nin, in, name.c_str()));
-                        if (error) {
-                            cxArray* args[] = {error.get()};
-                            calyxCallNumora(0, nullptr, 1, args, "throw");
-                        }
-                    });
+    return hostCall(
+        nout, inputs, functions, out, noCheck,
+        [&name, trap](int n, cxArray** outputs, int nin, cxArray** in) {
+            if (!trap) return calyxCallNumora(n, outputs, nin, in, name.c_str());
+            numora::ArrayPtr error(calyxCallNumoraWithTrap(n, outputs, nin, in, name.c_str()));
+            if (error) {
+                cxArray* args[] = {error.get()};
+                calyxCallNumora(0, nullptr, 1, args, "throw");
+            }
+        });
 }
 
 }  // namespace
@@ -323,8 +325,8 @@ The inputs are checked before the call: an input of the wrong class or
 shape (or a list of other than twenty) raises TypeError, a value out of
 bounds ValueError, each naming the input by its 1-based position and name,
 e.g. "input 7 (MinLeaf) must be a whole number of at least 1, not 0".)");
-    m.def("_calyx_unchecked", &calyxUnchecked, py::arg("nout"), py::arg("inputs"),
-          py::kw_only(), py::arg("functions") = py::none(), py::arg("out") = py::none(),
+    m.def("_calyx_unchecked", &calyxUnchecked, py::arg("nout"), py::arg("inputs"), py::kw_only(),
+          py::arg("functions") = py::none(), py::arg("out") = py::none(),
           "calyx without the check of the inputs: the module gets whatever it is given, as "
           "from the host's own code. For tests of the module's own refusals; inputs that calyx "
           "refuses may read outside their arrays.");

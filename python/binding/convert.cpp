@@ -48,7 +48,7 @@ numora::ArrayPtr hostArray(py::handle value, cxClassID cls) {
     if (!a) throw py::error_already_set();
 
     std::vector<std::uint64_t> dims(a.shape(), a.shape() + a.ndim());
-    dims.resize(std::max<std::size_t>(dims.size(), 2), 1);  // 0-D is 1 by 1, 1-D n is n by 1
+    dims.resize(std::max<std::size_t>(dims.size(), 2), 1);        // 0-D is 1 by 1, 1-D n is n by 1
     while (dims.size() > 2 && dims.back() == 1) dims.pop_back();  // as the host keeps them
 
     numora::ArrayPtr out;
@@ -72,24 +72,23 @@ numora::ArrayPtr hostArrayOf(py::handle value) {
     const py::dtype dtype = py::array::ensure(value).dtype();
     const auto size = dtype.itemsize();
     switch (dtype.kind()) {
-    case 'f':
-        if (size == 8) return hostArray<double>(value, cxDOUBLE_CLASS);
-        if (size == 4) return hostArray<float>(value, cxSINGLE_CLASS);
-        break;
-    case 'b':
-        return hostArray<bool>(value, cxLOGICAL_CLASS);
-    case 'i':
-        if (size == 1) return hostArray<std::int8_t>(value, cxINT8_CLASS);
-        if (size == 2) return hostArray<std::int16_t>(value, cxINT16_CLASS);
-        if (size == 4) return hostArray<std::int32_t>(value, cxINT32_CLASS);
-        if (size == 8) return hostArray<std::int64_t>(value, cxINT64_CLASS);
-        break;
-    case 'u':
-        if (size == 1) return hostArray<std::uint8_t>(value, cxUINT8_CLASS);
-        if (size == 2) return hostArray<std::uint16_t>(value, cxUINT16_CLASS);
-        if (size == 4) return hostArray<std::uint32_t>(value, cxUINT32_CLASS);
-        if (size == 8) return hostArray<std::uint64_t>(value, cxUINT64_CLASS);
-        break;
+        case 'f':
+            if (size == 8) return hostArray<double>(value, cxDOUBLE_CLASS);
+            if (size == 4) return hostArray<float>(value, cxSINGLE_CLASS);
+            break;
+        case 'b': return hostArray<bool>(value, cxLOGICAL_CLASS);
+        case 'i':
+            if (size == 1) return hostArray<std::int8_t>(value, cxINT8_CLASS);
+            if (size == 2) return hostArray<std::int16_t>(value, cxINT16_CLASS);
+            if (size == 4) return hostArray<std::int32_t>(value, cxINT32_CLASS);
+            if (size == 8) return hostArray<std::int64_t>(value, cxINT64_CLASS);
+            break;
+        case 'u':
+            if (size == 1) return hostArray<std::uint8_t>(value, cxUINT8_CLASS);
+            if (size == 2) return hostArray<std::uint16_t>(value, cxUINT16_CLASS);
+            if (size == 4) return hostArray<std::uint32_t>(value, cxUINT32_CLASS);
+            if (size == 8) return hostArray<std::uint64_t>(value, cxUINT64_CLASS);
+            break;
     }
     throw UnmappableValue("numpy arrays of dtype " + std::string(py::str(dtype.attr("name"))) +
                           " have no host class");
@@ -103,8 +102,9 @@ numora::ArrayPtr hostCell(py::handle value) {
     std::uint64_t count = dims.empty() ? 0 : 1;
     for (auto d : dims) count *= d;
     if (dims.size() < 2 || py::len(data) != count) {
-        throw UnmappableValue("a Cell needs a shape of at least two dimensions and one data "
-                              "element for each of its elements");
+        throw UnmappableValue(
+            "a Cell needs a shape of at least two dimensions and one data "
+            "element for each of its elements");
     }
 
     numora::ArrayPtr out(numora::cxCreateCellArray(dims.size(), dims.data()));
@@ -176,23 +176,23 @@ numora::ArrayPtr toHost(py::handle value) {
 py::object fromHost(const cxArray* array) {
     if (array == nullptr) return py::none();
     switch (cxGetClassID(array)) {
-    case cxDOUBLE_CLASS: return pythonArray<double>(array);
-    case cxSINGLE_CLASS: return pythonArray<float>(array);
-    case cxLOGICAL_CLASS: return pythonArray<bool>(array, cxGetLogicals(array));
-    case cxINT8_CLASS: return pythonArray<std::int8_t>(array);
-    case cxUINT8_CLASS: return pythonArray<std::uint8_t>(array);
-    case cxINT16_CLASS: return pythonArray<std::int16_t>(array);
-    case cxUINT16_CLASS: return pythonArray<std::uint16_t>(array);
-    case cxINT32_CLASS: return pythonArray<std::int32_t>(array);
-    case cxUINT32_CLASS: return pythonArray<std::uint32_t>(array);
-    case cxINT64_CLASS: return pythonArray<std::int64_t>(array);
-    case cxUINT64_CLASS: return pythonArray<std::uint64_t>(array);
-    case cxCHAR_CLASS: return py::str(cxGetString(array));
-    case cxCELL_CLASS: return pythonCell(array);
-    default:
-        throw UnmappableValue("host arrays of class " +
-                              std::to_string(static_cast<int>(cxGetClassID(array))) +
-                              " have no Python value");
+        case cxDOUBLE_CLASS: return pythonArray<double>(array);
+        case cxSINGLE_CLASS: return pythonArray<float>(array);
+        case cxLOGICAL_CLASS: return pythonArray<bool>(array, cxGetLogicals(array));
+        case cxINT8_CLASS: return pythonArray<std::int8_t>(array);
+        case cxUINT8_CLASS: return pythonArray<std::uint8_t>(array);
+        case cxINT16_CLASS: return pythonArray<std::int16_t>(array);
+        case cxUINT16_CLASS: return pythonArray<std::uint16_t>(array);
+        case cxINT32_CLASS: return pythonArray<std::int32_t>(array);
+        case cxUINT32_CLASS: return pythonArray<std::uint32_t>(array);
+        case cxINT64_CLASS: return pythonArray<std::int64_t>(array);
+        case cxUINT64_CLASS: return pythonArray<std::uint64_t>(array);
+        case cxCHAR_CLASS: return py::str(cxGetString(array));
+        case cxCELL_CLASS: return pythonCell(array);
+        default:
+            throw UnmappableValue("host arrays of class " +
+                                  std::to_string(static_cast<int>(cxGetClassID(array))) +
+                                  " have no Python value");
     }
 }
 

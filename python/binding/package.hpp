@@ -13,10 +13,10 @@ namespace arbolin::binding {
 namespace py = pybind11;
 
 struct Package {
-    py::object hostError;     // arbolin.HostError
-    py::object cell;          // arbolin.Cell
-    py::object numpyScalar;   // numpy.generic
-    std::string directory;    // the package folder, home of the module library
+    py::object hostError;    // arbolin.HostError
+    py::object cell;         // arbolin.Cell
+    py::object numpyScalar;  // numpy.generic
+    std::string directory;   // the package folder, home of the module library
 };
 
 // Valid once the package has called `_bind`.

@@ -19,7 +19,8 @@ void bindStream(py::module_& m) {
         .def_property_readonly("seed", &Stream::seed)
         .def_property_readonly("id", &Stream::id, "The stream's number in the host's table.")
         .def("__repr__", [](const Stream& s) {
-            return "Stream(seed=" + std::to_string(s.seed()) + ", id=" + std::to_string(s.id()) + ")";
+            return "Stream(seed=" + std::to_string(s.seed()) + ", id=" + std::to_string(s.id()) +
+                   ")";
         });
 }
 

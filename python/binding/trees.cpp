@@ -46,8 +46,7 @@ const fe::OptionRow* findOption(std::string_view name) {
 // "--regression" is "regression=True", and a suggestion of a value
 // ("--missing n/a,- reads ...") is "missing=['n/a', '-'] reads ...".
 std::string pythonWording(const std::string& text) {
-    static const std::regex mention(
-        R"(--([a-z][a-z-]*)(?: ([^ ;()]+) (?=reads|leaves|makes))?)");
+    static const std::regex mention(R"(--([a-z][a-z-]*)(?: ([^ ;()]+) (?=reads|leaves|makes))?)");
     std::string out;
     auto last = text.cbegin();
     for (std::sregex_iterator it(text.begin(), text.end(), mention), end; it != end; ++it) {
@@ -282,8 +281,8 @@ std::pair<PyModel, py::list> fit(const std::vector<std::string>& names, const py
     const fe::Settings settings = fe::fitSettings(data, raw);
     std::vector<double> costs;
     if (!cost.is_none()) {
-        costs = fe::readCostMatrix(costTable(costName, cost), data.classes,
-                                   settings.flag("single"), notices);
+        costs = fe::readCostMatrix(costTable(costName, cost), data.classes, settings.flag("single"),
+                                   notices);
     }
     const numora::Module& module = arbolinModule();
     fe::Grown grown;
@@ -377,18 +376,22 @@ void translateUserError(std::exception_ptr error) {
 void bindTrees(py::module_& m) {
     py::register_exception_translator(translateUserError);
     py::class_<PyModel>(m, "_Model", "A grown tree and what it takes to apply it (arbolin.Model).")
-        .def_property_readonly("predictors", [](const PyModel& p) {
-            std::vector<std::string> names;
-            for (const fe::Predictor& each : p.model.predictors) names.push_back(each.name);
-            return names;
-        })
-        .def_property_readonly("classes", [](const PyModel& p) -> py::object {
-            if (!p.model.classification) return py::none();
-            return py::cast(p.model.classes.labels());
-        })
+        .def_property_readonly("predictors",
+                               [](const PyModel& p) {
+                                   std::vector<std::string> names;
+                                   for (const fe::Predictor& each : p.model.predictors)
+                                       names.push_back(each.name);
+                                   return names;
+                               })
+        .def_property_readonly("classes",
+                               [](const PyModel& p) -> py::object {
+                                   if (!p.model.classification) return py::none();
+                                   return py::cast(p.model.classes.labels());
+                               })
         .def_property_readonly("response", [](const PyModel& p) { return p.model.response; })
-        .def("text", [](const PyModel& p) { return fe::modelText(p.model); },
-             "The model file's text, as `arbolin fit` writes it.")
+        .def(
+            "text", [](const PyModel& p) { return fe::modelText(p.model); },
+            "The model file's text, as `arbolin fit` writes it.")
         .def("outputs", &outputs)
         .def("node_values", &nodeValues)
         .def("node_shares", &nodeShares)
