@@ -395,9 +395,8 @@ def machine(build):
     memory = int(first_value("/proc/meminfo", "MemTotal").split()[0]) / 1024 ** 2
     megahertz = float(first_value("/proc/cpuinfo", "cpu MHz") or "nan")
     found = glob.glob(os.path.join(build, "CMakeFiles", "*", "CMakeCXXCompiler.cmake"))
-    compiler = " ".join(filter(None, (first_value(found[0], f"set(CMAKE_CXX_COMPILER_{key}")
-                                      for key in ("ID", "VERSION")))).replace(")", "") \
-        if found else "unknown"
+    compiler = " ".join(re.sub(r'[")]', "", first_value(found[0], f"set(CMAKE_CXX_COMPILER_{key}")
+                               or "") for key in ("ID", "VERSION")) if found else "unknown"
     build_type = first_value(os.path.join(build, "CMakeCache.txt"), "CMAKE_BUILD_TYPE:STRING") \
         or "RelWithDebInfo (the project's default)"
     commit = subprocess.run(["git", "-C", ROOT, "rev-parse", "--short", "HEAD"],
