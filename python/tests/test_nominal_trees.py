@@ -9,7 +9,6 @@ import numpy as np
 import pytest
 
 import arbolin
-from arbolin import HostError
 from conftest import (CRITERIA, assert_same, check_tree, class_weights, col, gini, grow_text,
                       levels, make_inputs, mixed_data, node_risk, node_text, sse)
 
@@ -202,33 +201,6 @@ def test_method_code_without_a_choice_to_make(k, criterion, nominal, alg_cat, ma
     assert_same(t, expected)
 
 
-def sixty_four_levels():
-    """64 codes, each with two classes: none merges."""
-    return (np.repeat(np.arange(64.0), 2)[:, None],
-            np.ravel([[v % 3, (v + 1) % 3] for v in range(64)]).astype(float))
-
-
-def test_levels_past_max_cat_63_go_to_the_heuristics():
-    # The enumeration refuses 64 levels (see test_input_contract).
-    x, Y = sixty_four_levels()
-    t, text = run(x, Y, verbosity=2, max_cat=63, max_splits=1)
-    assert methods(text) and set(methods(text)) <= {"PCA", "OVAbyClass"}
-
-
-@pytest.mark.parametrize("k", [3, 4])
-def test_failed_host_allocation_in_pca(k):
-    X, Y, W = mixed_codes(k, k, 6)
-    inputs = make_inputs(X, Y, W=W, is_cat=np.ones((1, 1), bool), alg_cat=3, max_splits=1)
-    expected = arbolin.calyx(22, inputs)
-    arbolin._core._fail_next_allocation()
-    with pytest.raises(HostError) as info:
-        arbolin.calyx(22, inputs)
-    assert info.value.identifier == ("tallix:silvan:learning:treeutils:"
-                                     "ClassificationNominalSplitFinder:pca:MemoryLessThanXBytes")
-    assert info.value.args == (k * k * 8,)
-    assert_same(arbolin.calyx(22, inputs), expected)
-
-
 # ------------------------------------------- against an enumeration
 
 def class_levels(x, Y, W, k):
@@ -314,32 +286,15 @@ def test_regression_scan_reaches_the_best_partition(seed):
 
 # ---------------------------------------------------------- printing
 
-def level_table(table, lists):
-    text = f"Found {len(table)} nominal levels:\n"
-    for k, order in enumerate(lists):
-        text += f"  Class {k}:\n"
-        for c in order:
-            values, counts = table[c]
-            text += ("     Category %5i:" % c + "".join(f" {v:g}" for v in values) + "\n"
-                     "       Class  counts:" + "".join(f" {n}" for n in counts) + "\n"
-                     "       Class weights:" + "".join(f" {n:g}" for n in counts) + "\n")
-    return text
-
-
-def sorted_levels(lists):
-    return "Sorted categories per class:\n" + "".join(
-        f"   Class {k}:" + "".join(f"  {c}" for c in order) + "\n" for k, order in enumerate(lists))
-
-
 def risk(*counts):
     return float(gini(np.array(counts, dtype=float)))
 
 
-def progress(verbosity, nodes, divided, searched, search, found):
+def progress(verbosity, nodes, found, traces=("", "", "")):
     """The text of a root-only tree on one predictor of unit weights. `nodes`
     are the (class counts, risk) of the root and its children; the search
-    adds `divided` at verbosity 4, `searched` at 3, search(verbosity), and
-    `found` at 2."""
+    adds `found` at verbosity 2, and its `traces` at verbosity 4, 3 and 4."""
+    divided, searched, search = traces
     shown = [node_text(sum(c), np.array(c) / sum(c), c, r) for c, r in nodes]
     text = shown[0] + "\nProcessing layer 0 with maximal number of splits 1...\n"
     text += "    Splitting node 0...\n"
@@ -352,7 +307,8 @@ def progress(verbosity, nodes, divided, searched, search, found):
     if verbosity >= 3:
         text += "critParent_ = %g\n" % nodes[0][1] + searched
         text += "".join("  Ptot(%i)=%g" % p for p in enumerate(nodes[0][0])) + "\n"
-    text += search(verbosity)
+    if verbosity >= 4:
+        text += search
     if verbosity >= 2:
         text += found
     if verbosity >= 3:
@@ -364,34 +320,25 @@ PROGRESS = {
     # Six rows of one numeric predictor; classes 0 0 1 0 1 1 by rising x.
     # Divisions at positions 1, 2, 3 (x 0.2, 0.3, 0.4): risks 0 + 1.5,
     # 4/3 + 4/3, 1.5 + 0. The lower of the two equal ones wins: cut 0.25.
+    # Its traces stand for those of every search.
     "numeric": dict(
         x=[0.4, 0.1, 0.6, 0.2, 0.5, 0.3], y=[0, 0, 1, 0, 1, 1], nominal=False, split=0.25,
-        nodes=[([3, 3], 3.0), ([2, 0], 0.0), ([1, 3], 1.5)],
-        divided="deltaclass after 1st minleaf = 0  divisions:\n"
-                "  i-1=0  i0=1  i+1=2  x-1=0.1  x0=0.1  x+1=0.1  y=0  y+1=1  Ndiv=0\n"
-                "  i-1=2  i0=2  i+1=3  x-1=0.3  x0=0.2  x+1=0.3  y=1  y+1=0  Ndiv=1\n"
-                "  i-1=3  i0=3  i+1=4  x-1=0.4  x0=0.3  x+1=0.4  y=0  y+1=1  Ndiv=2\n"
-                "  i-1=4  i0=4  i+1=5  x-1=0.5  x0=0.4  x+1=0.5  y=1  y+1=1  Ndiv=3\n"
-                "  Ndiv at exit = 3  Last division = 3\n",
-        searched="Found 3 numeric divisions:\n"
-                 "   idx=1  pos=0.2   idx=2  pos=0.3   idx=3  pos=0.4\n",
-        search=lambda v: "".join("  critFromKids %13.10g   at split (lower) = %13.10g\n" % pair
-                                 for pair in [(1.5, 0.2), (2 * risk(2, 1), 0.3), (1.5, 0.4)]
-                                 if v >= 4),
-        found=""),
+        nodes=[([3, 3], 3.0), ([2, 0], 0.0), ([1, 3], 1.5)], found="", traces=(
+            "deltaclass after 1st minleaf = 0  divisions:\n"
+            "  i-1=0  i0=1  i+1=2  x-1=0.1  x0=0.1  x+1=0.1  y=0  y+1=1  Ndiv=0\n"
+            "  i-1=2  i0=2  i+1=3  x-1=0.3  x0=0.2  x+1=0.3  y=1  y+1=0  Ndiv=1\n"
+            "  i-1=3  i0=3  i+1=4  x-1=0.4  x0=0.3  x+1=0.4  y=0  y+1=1  Ndiv=2\n"
+            "  i-1=4  i0=4  i+1=5  x-1=0.5  x0=0.4  x+1=0.5  y=1  y+1=1  Ndiv=3\n"
+            "  Ndiv at exit = 3  Last division = 3\n",
+            "Found 3 numeric divisions:\n   idx=1  pos=0.2   idx=2  pos=0.3   idx=3  pos=0.4\n",
+            "".join("  critFromKids %13.10g   at split (lower) = %13.10g\n" % pair
+                    for pair in [(1.5, 0.2), (2 * risk(2, 1), 0.3), (1.5, 0.4)]))),
     # Code 2 (classes 1 2) is level 0, code 5 (0 1 1) level 1, codes 7 and
     # 9 (class 2 only) level 2. Masks 1, 2, 3 leave 1 + 3.2, 4 / 3 + 1.5
     # and 2.8 + 0: {2, 5} | {7, 9}.
     "exact": dict(
         x=[5, 2, 7, 5, 9, 2, 5], y=[0, 1, 2, 1, 2, 2, 1], nominal=True, split=([2, 5], [7, 9]),
         nodes=[([1, 3, 3], risk(1, 3, 3)), ([1, 3, 1], risk(1, 3, 1)), ([0, 0, 2], 0.0)],
-        divided=sorted_levels([[1], [1, 0], [2, 0]]),
-        searched=level_table({0: ([2], [0, 1, 1]), 1: ([5], [1, 2, 0]), 2: ([7, 9], [0, 0, 2])},
-                             [[1], [1, 0], [2, 0]]),
-        search=lambda v: ("Will inspect 6 categorical splits for the exact method.\n"
-                          if v >= 3 else "") + "".join(
-            "     Analyzing split with Nbelow=%i  Nabove=%i   Wbelow=%g    Wabove=%g\n"
-            % (b, 7 - b, b, 7 - b) for b in (2, 3, 5) if v >= 4),
         found=FOUND % (2, 1, "Exact")),
     # Two classes: codes 1 (classes 0 1), 3 (0 0 1), 4 (0 1 1 1) are levels
     # 0 to 2, codes 6 (class 0) and 8 (class 1) levels 3 and 4. Pulled by
@@ -401,25 +348,16 @@ PROGRESS = {
         x=[4, 1, 3, 8, 4, 3, 6, 1, 4, 3, 4], y=[0, 0, 0, 1, 1, 0, 0, 1, 1, 1, 1], nominal=True,
         split=([1, 3, 6], [4, 8]), nodes=[([5, 6], risk(5, 6)), ([4, 2], risk(4, 2)),
                                           ([1, 4], risk(1, 4))],
-        divided=sorted_levels([[3, 1, 0, 2], [4, 2, 0, 1]]),
-        searched=level_table({0: ([1], [1, 1]), 1: ([3], [2, 1]), 2: ([4], [1, 3]),
-                              3: ([6], [1, 0]), 4: ([8], [0, 1])}, [[3, 1, 0, 2], [4, 2, 0, 1]]),
-        search=lambda v: "" if v < 4 else "".join(
-            "Pulling category indices for classes: Class=0  Index=%i\n"
-            "Pulling categories:  %i\n     Found bestK=0  ncat=%i\n" % (p, c, c)
-            for p, c in [(0, 3), (0, 1), (1, 0), (2, 2)])
-        + "   Split candidate with Crit=%g  Nbelow=6   Nabove=5\n" % (risk(4, 2) + risk(1, 4)),
         found=FOUND % (3, 2, "PullLeft")),
 }
 
 
-@pytest.mark.parametrize("verbosity", [1, 2, 3, 4])
-@pytest.mark.parametrize("case", PROGRESS)
+@pytest.mark.parametrize("case, verbosity", [(case, v) for case in PROGRESS for v in (1, 2)]
+                         + [("numeric", 3), ("numeric", 4)])
 def test_progress_text_of_a_search(case, verbosity):
     c = PROGRESS[case]
     t, text = run(np.array(c["x"], dtype=float)[:, None], np.array(c["y"], dtype=float),
                   verbosity=verbosity, min_parent=2, max_splits=1,
                   is_cat=np.full((1, 1), c["nominal"]))
     assert (root_levels(t) if c["nominal"] else col(t, "CutPoint")[0]) == c["split"]
-    assert text == progress(verbosity, c["nodes"], c["divided"], c["searched"], c["search"],
-                            c["found"])
+    assert text == progress(verbosity, c["nodes"], c["found"], c.get("traces", ("", "", "")))
