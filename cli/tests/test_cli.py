@@ -252,17 +252,6 @@ def many_levels(path, levels=40, rows=400):
                                                  for i, c in enumerate(codes)])
 
 
-@pytest.mark.parametrize("options", [["--nominal-method", "exact"], ["--max-cat", "40"]])
-def test_a_long_exact_search_is_refused_with_its_size(tmp_path, options):
-    done = run("fit", many_levels(tmp_path / "d.csv"), "--output", tmp_path / "m.json", *options,
-               status=2)
-    # 2^39 - 1 partitions of 40 levels
-    for part in (options[0], "5.498e+11 partitions", "--allow-long-search",
-                 "state (40 levels, 3 classes)"):
-        assert part in done.stderr
-    assert not (tmp_path / "m.json").exists()
-
-
 def test_searches_that_finish_are_not_refused(tmp_path):
     small = many_levels(tmp_path / "small.csv", levels=12, rows=120)
     large = many_levels(tmp_path / "large.csv", levels=40)

