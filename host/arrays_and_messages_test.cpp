@@ -138,19 +138,6 @@ TEST(Duplicate, IsDeep) {
     EXPECT_EQ(numora::cxGetObjectClassName(cxGetCell(copy.get(), 1)), "Inner");
 }
 
-TEST(Memory, FailNextAllocationIsOneShot) {
-    numora::failNextAllocation();
-    EXPECT_EQ(cxMallocEx(64), nullptr);
-    void* p = cxMallocEx(64);
-    ASSERT_NE(p, nullptr);
-    std::memset(p, 1, 64);
-    cxFreeEx(p);
-    cxFreeEx(nullptr);
-    cxDestroyArray(nullptr);
-    EXPECT_TRUE(cxIsNaN(cxGetNaN()));
-    EXPECT_FALSE(cxIsNaN(1.0));
-}
-
 TEST(Memory, NthAllocationFailsOnceWhateverAllocates) {
     const numora::AllocationCounts start = numora::allocationCounts();
     auto made = [&] { return numora::allocationCounts().made - start.made; };
@@ -198,6 +185,8 @@ TEST(Memory, NthAllocationFailsOnceWhateverAllocates) {
 
     cxFreeEx(buffer);
     cxFreeEx(second);
+    cxFreeEx(nullptr);
+    cxDestroyArray(nullptr);
     for (ArrayPtr* p : {&cell, &copy, &spared, &a, &b}) p->reset();
     EXPECT_EQ(live(), 0u);
 }
@@ -206,31 +195,14 @@ TEST(Memory, NthAllocationFailsOnceWhateverAllocates) {
 
 const std::string kTree = "tallix:silvan:learning:treeutils:";
 
-// Message exceptions as the module declares them: one type per message.
-struct TooManyLevels : numora::MessageException<TooManyLevels> {
-    explicit TooManyLevels(std::int64_t limit)
-        : MessageException(Message{
-              kTree + "ClassificationNominalSplitFinder:exact", "TooManyLevels", {limit}}) {}
-};
-
+// A message exception as the module declares one: a type per message. Its
+// identifier and arguments reach the user through the binding's HostError.
 struct TypeMismatch : numora::MessageException<TypeMismatch> {
     TypeMismatch(std::wstring name, std::string type)
         : MessageException(Message{kTree + "CustomClassificationSplitCriterion:kids",
                                    "TypeMismatch",
                                    {std::move(name), std::move(type)}}) {}
 };
-
-TEST(Errors, RaiserThrowsTheDynamicTypeWithFormattedText) {
-    TooManyLevels error(64);
-    try {
-        cxErrorMsgId(error);
-        FAIL() << "the raiser returned";
-    } catch (const TooManyLevels& e) {
-        EXPECT_EQ(e.identifier(), kTree + "ClassificationNominalSplitFinder:exact:TooManyLevels");
-        EXPECT_NE(e.text().find("64"), std::string::npos) << e.text();
-        EXPECT_STREQ(e.what(), e.text().c_str());
-    }
-}
 
 TEST(Errors, CaughtAsTheBaseTheTypeIsStillTheMessages) {
     TypeMismatch error(L"critf\u00e9", "single");
@@ -248,41 +220,35 @@ TEST(Errors, CaughtAsTheBaseTheTypeIsStillTheMessages) {
 }
 
 TEST(Catalog, KnowsEveryMessageOfTheModule) {
-    const struct {
-        std::string id;
-        std::vector<MessageArg> args;
-        std::string mustContain;
-    } cases[] = {
-        {"weaveCanopy:BadNumberOfInputArgs", {std::int64_t{20}}, "20"},
-        {"weaveCanopy:BadNumberOfOutputArgs", {std::int64_t{22}}, "22"},
-        {"Tree:init:BadCrit", {}, ""},
-        {"SplitCriteriaFactory:make:BadCriterion", {}, ""},
-        {"IndexedColumn:findNominalSplitWithBestGain:BadAlgCat", {}, ""},
-        {"ClassificationNominalSplitFinder:exact:TooManyLevels", {std::int64_t{64}}, "64"},
-        {"ClassificationNominalSplitFinder:pca:MemoryLessThanXBytes", {std::int64_t{8192}}, "8192"},
-        {"ClassificationNominalSplitFinder:pca:BadDSYEVXInput", {}, ""},
-        {"ClassificationNominalSplitFinder:pca:BadDSYEVXOutput", {}, ""},
-        {"CustomClassificationSplitCriterion:parent:BadUserFunctionCall",
-         {std::string("pf")},
-         "'pf'"},
-        {"CustomClassificationSplitCriterion:parent:TypeMismatch",
-         {std::string("pf"), std::string("double")},
-         "double"},
-        {"CustomClassificationSplitCriterion:kids:BadUserFunctionCall",
-         {std::string("kf")},
-         "'kf'"},
-        {"CustomClassificationSplitCriterion:kids:TypeMismatch",
-         {std::string("kf"), std::string("single")},
-         "single"},
+    using namespace std::string_literals;
+    const std::pair<std::string, std::vector<MessageArg>> cases[] = {
+        {"weaveCanopy:BadNumberOfInputArgs", {std::int64_t{20}}},
+        {"weaveCanopy:BadNumberOfOutputArgs", {std::int64_t{22}}},
+        {"Tree:init:BadCrit", {}},
+        {"SplitCriteriaFactory:make:BadCriterion", {}},
+        {"IndexedColumn:findNominalSplitWithBestGain:BadAlgCat", {}},
+        {"ClassificationNominalSplitFinder:exact:TooManyLevels", {std::int64_t{64}}},
+        {"ClassificationNominalSplitFinder:pca:MemoryLessThanXBytes", {std::int64_t{8192}}},
+        {"ClassificationNominalSplitFinder:pca:BadDSYEVXInput", {}},
+        {"ClassificationNominalSplitFinder:pca:BadDSYEVXOutput", {}},
+        {"CustomClassificationSplitCriterion:parent:BadUserFunctionCall", {"pf"s}},
+        {"CustomClassificationSplitCriterion:parent:TypeMismatch", {"pf"s, "double"s}},
+        {"CustomClassificationSplitCriterion:kids:BadUserFunctionCall", {"kf"s}},
+        {"CustomClassificationSplitCriterion:kids:TypeMismatch", {"kf"s, "single"s}},
     };
-    for (const auto& c : cases) {
-        const std::string full = kTree + c.id;
+    for (const auto& [id, args] : cases) {
+        const std::string full = kTree + id;
         const auto colon = full.rfind(':');
         const std::string text =
-            cxMessageText(Message{full.substr(0, colon), full.substr(colon + 1), c.args});
+            cxMessageText(Message{full.substr(0, colon), full.substr(colon + 1), args});
         EXPECT_EQ(text.find("no text"), std::string::npos) << full;
         EXPECT_EQ(text.find('{'), std::string::npos) << full << ": " << text;
-        EXPECT_NE(text.find(c.mustContain), std::string::npos) << full << ": " << text;
+        for (const MessageArg& arg : args) {
+            const auto* number = boost::get<std::int64_t>(&arg);
+            const std::string shown =
+                number ? std::to_string(*number) : boost::get<std::string>(arg);
+            EXPECT_NE(text.find(shown), std::string::npos) << full << ": " << text;
+        }
     }
     // An identifier the catalog lacks is named in the text, with its arguments.
     const std::string text = cxMessageText(Message{"made:up", "Thing", {std::int64_t{5}}});
