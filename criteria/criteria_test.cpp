@@ -28,36 +28,27 @@ class BuiltInCriteria : public ::testing::Test {};
 using WeightTypes = ::testing::Types<double, float>;
 TYPED_TEST_SUITE(BuiltInCriteria, WeightTypes);
 
-TYPED_TEST(BuiltInCriteria, PureSetsScoreZero) {
+TYPED_TEST(BuiltInCriteria, HandWorkedScores) {
     using W = TypeParam;
-    const auto v = weights<W>({0, 7.5, 0});
-    EXPECT_EQ(ErrorOf<W>().parent(v), W(0));
-    EXPECT_EQ(GiniOf<W>().parent(v), W(0));
-    EXPECT_EQ(DevianceOf<W>().parent(v), W(0));
-}
-
-TYPED_TEST(BuiltInCriteria, EvenSetsShareOneScale) {
-    using W = TypeParam;
+    const ErrorOf<W> error;
+    const GiniOf<W> gini;
+    const DevianceOf<W> deviance;
+    for (const auto& v : {weights<W>({0, 7.5, 0}), ClassWeights<W>()}) {  // pure, empty
+        EXPECT_EQ(error.parent(v), W(0));
+        EXPECT_EQ(gini.parent(v), W(0));
+        EXPECT_EQ(deviance.parent(v), W(0));
+    }
     // Two even classes of total 6: error, gini and deviance all give 3.
-    const auto two = weights<W>({3, 3});
-    EXPECT_EQ(ErrorOf<W>().parent(two), W(3));
-    EXPECT_EQ(GiniOf<W>().parent(two), W(3));
-    EXPECT_NEAR(DevianceOf<W>().parent(two), W(3), 1e-6);
     // Four even classes of total 8: deviance 8, gini and error 3/4 of 8.
-    const auto four = weights<W>({2, 2, 2, 2});
-    EXPECT_NEAR(DevianceOf<W>().parent(four), W(8), 1e-5);
-    EXPECT_EQ(GiniOf<W>().parent(four), W(6));
-    EXPECT_EQ(ErrorOf<W>().parent(four), W(6));
-}
-
-TYPED_TEST(BuiltInCriteria, EmptyAndWeightlessSets) {
-    using W = TypeParam;
-    const ClassWeights<W> empty;
-    EXPECT_EQ(GiniOf<W>().parent(empty), W(0));
-    EXPECT_EQ(DevianceOf<W>().parent(empty), W(0));
-    EXPECT_EQ(ErrorOf<W>().parent(empty), W(0));
-    // No guard on S: zeros give NaN.
-    EXPECT_TRUE(std::isnan(GiniOf<W>().parent(weights<W>({0, 0}))));
+    const auto two = weights<W>({3, 3}), four = weights<W>({2, 2, 2, 2});
+    EXPECT_EQ(error.parent(two), W(3));
+    EXPECT_EQ(gini.parent(two), W(3));
+    EXPECT_NEAR(deviance.parent(two), W(3), 1e-6);
+    EXPECT_NEAR(deviance.parent(four), W(8), 1e-5);
+    EXPECT_EQ(gini.parent(four), W(6));
+    EXPECT_EQ(error.parent(four), W(6));
+    // No guard on the total: zeros give NaN.
+    EXPECT_TRUE(std::isnan(gini.parent(weights<W>({0, 0}))));
 }
 
 TYPED_TEST(BuiltInCriteria, TwoingSeparation) {

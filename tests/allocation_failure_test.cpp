@@ -56,6 +56,7 @@ TEST_P(AllocationFailure, EveryHostAllocationOfAFitMayFail) {
     ASSERT_EQ(printed.take(), "");
 
     std::set<std::string> identifiers;
+    std::set<std::int64_t> pcaBytes;  // the sizes the PCA buffers name
     bool callbackFailed = false;
     for (std::uint64_t k = 1; k <= n; ++k) {
         const std::uint64_t live = numora::allocationCounts().live;
@@ -71,6 +72,9 @@ TEST_P(AllocationFailure, EveryHostAllocationOfAFitMayFail) {
                 identifiers.insert(e.identifier());
                 EXPECT_TRUE(e.identifier() == kHostMemory || e.identifier() == kPcaMemory)
                     << "allocation " << k << ": " << e.identifier() << ": " << e.text();
+                if (e.identifier() == kPcaMemory) {
+                    pcaBytes.insert(boost::get<std::int64_t>(e.message().args.at(0)));
+                }
             } catch (...) {
                 ADD_FAILURE() << "allocation " << k << ": not a host error";
             }
@@ -85,6 +89,7 @@ TEST_P(AllocationFailure, EveryHostAllocationOfAFitMayFail) {
     }
     // The sweep crossed the PCA buffers, the arrays and the call-backs.
     EXPECT_EQ(identifiers, (std::set<std::string>{kHostMemory, kPcaMemory}));
+    EXPECT_EQ(pcaBytes.count(3 * 3 * 8), 1u);  // among them the K by K matrix, K = 3
     EXPECT_TRUE(callbackFailed);
 
     TreeOutputs after;

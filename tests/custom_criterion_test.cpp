@@ -1,11 +1,10 @@
 // A split criterion written as host functions in C++: registered with the
 // host and called back by the module, on worker threads too, it grows the
-// tree of the built-in criterion it imitates; its exceptions come back with
-// their own type after the module has said which function failed.
+// tree of the built-in criterion it imitates. (A failing function is the
+// binding's test, test_a_failing_function.)
 #include <atomic>
 #include <mutex>
 #include <set>
-#include <stdexcept>
 #include <string>
 #include <thread>
 
@@ -66,29 +65,6 @@ TEST(CustomCriterion, HostFunctionsOfCppGrowTheGiniTree) {
         }
     }
     RecordProperty("callbackThreads", static_cast<int>(calls.threads.size()));
-}
-
-struct Refused : std::runtime_error {
-    Refused() : std::runtime_error("no impurity today") {}
-};
-
-TEST(CustomCriterion, ExceptionOfAHostFunctionComesBackAfterItsMessage) {
-    numora::Module module(ARBOLIN_MODULE_PATH);
-    for (const bool costs : {false, true}) {
-        Calls calls;
-        // The tenth call is well into the search of the root.
-        Registered parent("cppgini", [&calls](int, cxArray** outputs, int, cxArray** inputs) {
-            if (calls.note() == 10) throw Refused();
-            answer(outputs, gini(inputs[0]));
-        });
-        Printed printed;
-        TreeOutputs outputs;
-        EXPECT_THROW(fit(module, treeCall(functionNames("cppgini", ""), costs), outputs), Refused);
-        EXPECT_EQ(printed.take(),
-                  "The split criterion function 'cppgini' failed on the class weights of a "
-                  "node.\n");
-        EXPECT_EQ(outputs[out::Children], nullptr);
-    }
 }
 
 }  // namespace
