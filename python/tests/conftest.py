@@ -19,22 +19,16 @@ LN4 = 1.3862943611198906          # 2 log 2: the scale of the deviance
 OUTPUTS = arbolin.OUTPUT_NAMES
 
 # The keyword of make_inputs for each of arbolin.INPUT_NAMES, and its default;
-# None: worked out from X (see make_inputs).
+# None: worked out from X (see make_inputs). An empty stream is the host's.
 KEYWORDS = {
-    "X": ("X", None), "Y": ("Y", None),
-    "W": ("W", None),                         # ones
-    "Rows": ("rows", None),                   # every row, 0-based, as doubles
-    "IsCat": ("is_cat", None),                # all predictors numeric
-    "CriterionArg": ("criterion", "gini"), "MinLeaf": ("min_leaf", 1),
-    "MinParent": ("min_parent", 10),
-    "MaxSplits": ("max_splits", None),        # N - 1
-    "SampleSize": ("sample_size", None),      # D: every predictor in every node
-    "SurrogateCount": ("surrogates", 0), "MaxCat": ("max_cat", 10), "AlgCat": ("alg_cat", 0),
-    "CostArg": ("cost", EMPTY), "RiskTolerance": ("risk_tol", 0.0),
-    "CurvatureFlag": ("curvature", False), "InteractionFlag": ("interaction", False),
-    "ChisqFlag": ("chisq", False),
-    "StreamArg": ("stream", EMPTY),           # the host's default stream
-    "Verbosity": ("verbosity", 0),
+    "X": ("X", None), "Y": ("Y", None), "W": ("W", None), "Rows": ("rows", None),
+    "IsCat": ("is_cat", None), "CriterionArg": ("criterion", "gini"), "MinLeaf": ("min_leaf", 1),
+    "MinParent": ("min_parent", 10), "MaxSplits": ("max_splits", None),
+    "SampleSize": ("sample_size", None), "SurrogateCount": ("surrogates", 0),
+    "MaxCat": ("max_cat", 10), "AlgCat": ("alg_cat", 0), "CostArg": ("cost", EMPTY),
+    "RiskTolerance": ("risk_tol", 0.0), "CurvatureFlag": ("curvature", False),
+    "InteractionFlag": ("interaction", False), "ChisqFlag": ("chisq", False),
+    "StreamArg": ("stream", EMPTY), "Verbosity": ("verbosity", 0),
 }
 # (keyword, default) in the order of the inputs, and each keyword's 0-based place.
 INPUTS = tuple(KEYWORDS[name] for name in arbolin.INPUT_NAMES)
@@ -43,7 +37,9 @@ SLOT = {keyword: k for k, (keyword, _) in enumerate(INPUTS)}
 
 def make_inputs(X, Y, **settings):
     """The list of twenty inputs for data X (N by D) and response Y, with
-    `settings` by the keywords of KEYWORDS replacing the defaults."""
+    `settings` by the keywords of KEYWORDS replacing the defaults: unit
+    weights, every row, numeric predictors, N - 1 splits, every predictor in
+    every node."""
     unknown = set(settings) - set(SLOT)
     if unknown:
         raise TypeError(f"unknown inputs: {sorted(unknown)}")
@@ -374,13 +370,11 @@ def gini_value(v):
     """Gini of a K by 1 column of class weights with the module's own
     arithmetic: in the column's precision, every sum in order from the first."""
     t = v.dtype.type
-    s = t(0)
+    s = q = t(0)
     for x in v[:, 0]:
         s = t(s + x)
-    q = t(0)
     for x in v[:, 0]:
-        p = t(x / s)
-        q = t(q + p * p)
+        q = t(q + t(x / s) * t(x / s))
     return t((t(1) - q) * s)
 
 

@@ -1,10 +1,8 @@
 """Choosing the predictors of a node by curvature and interaction tests: the
-p-values of the F test and of the chi-square test against their textbook
-forms, the bins of a numeric predictor, the pair tests, each branch of the
-choice, and the printed progress.
-
-Weights sum to 1 and every row is at the root, the scale on which the
-module's statistics are the textbook ones."""
+p-values of the F and chi-square tests against their textbook forms (weights
+summing to 1, every row at the root: the scale on which the module's
+statistics are the textbook ones), the bins of a numeric predictor, the pair
+tests, each branch of the choice, and the printed progress."""
 
 import re
 
@@ -19,8 +17,7 @@ ROOT = "    Splitting node 0...\n"
 
 
 def run(X, Y, verbosity=2, **settings):
-    """All outputs by name and the text printed for the root's search.
-    Only the root is searched unless `min_parent` says otherwise."""
+    """All outputs by name and the text printed for the root's search (the only one)."""
     X = np.asarray(X)
     settings.setdefault("W", np.full(len(X), 1 / len(X)))
     settings.setdefault("curvature", True)
@@ -102,18 +99,16 @@ def check_choice(t, block, expected):
     """The root records the first smallest p-value if it is under 0.05, else
     (D + 1, 0.05); each printed p-value is the reference's. Single precision
     weights hold the p-values to 1e-4."""
-    d = len(expected)
-    j = int(np.argmin(expected))
-    entry = root(t, "CurvatureTests")
+    j, entry = int(np.argmin(expected)), root(t, "CurvatureTests")
     rtol = 1e-10 if entry.dtype == np.float64 else 1e-4
-    assert entry.shape == (1, 2)
     if expected[j] < 0.05:
-        assert entry[0, 0] == j + 1
+        assert entry.shape == (1, 2) and entry[0, 0] == j + 1
         np.testing.assert_allclose(entry[0, 1], expected[j], rtol=rtol, atol=0)
-    else:
-        assert entry.tolist() == [[d + 1, entry.dtype.type(0.05)]]
-    np.testing.assert_allclose([printed_pvalues(block)[i] for i in range(d)], expected,
-                               rtol=max(rtol, 1e-9), atol=0)
+    else:  # a leaf
+        assert entry.tolist() == [[len(expected) + 1, entry.dtype.type(0.05)]]
+        assert col(t, "CutVar")[0] == 0 and t["Children"].shape == (2, 1)
+    np.testing.assert_allclose([printed_pvalues(block)[i] for i in range(len(expected))],
+                               expected, rtol=max(rtol, 1e-9), atol=0)
 
 
 # --------------------------------------------------- the single-predictor tests
@@ -270,19 +265,14 @@ def test_pairs_of_p_value_zero_are_all_searched(copied, recorded, search):
     assert searched(block) == search
 
 
-def test_no_p_value_under_the_threshold_leaves_a_leaf():
+def test_best_pair_is_recorded_though_not_under_the_threshold():
     X = np.random.default_rng(41).random((80, 3))
-    Y = np.random.default_rng(411).integers(0, 2, 80).astype(float)
-    for interaction in (False, True):
-        t, block = run(X, Y, interaction=interaction)
-        assert min(printed_pvalues(block).values()) >= 0.05
-        assert root(t, "CurvatureTests").tolist() == [[4, 0.05]]
-        if interaction:
-            # The best pair is recorded though it does not come under 0.05.
-            (a, b, p), = root(t, "InteractionTests")
-            assert (a, b) == (1, 2) and 0.05 < p < 1
-        assert col(t, "CutVar")[0] == 0 and not t["IsBranch"][0, 0]
-        assert t["Children"].shape == (2, 1)
+    t, block = run(X, np.random.default_rng(411).integers(0, 2, 80).astype(float),
+                   interaction=True)
+    assert min(printed_pvalues(block).values()) >= 0.05
+    assert root(t, "CurvatureTests").tolist() == [[4, 0.05]] and col(t, "CutVar")[0] == 0
+    (a, b, p), = root(t, "InteractionTests")
+    assert (a, b) == (1, 2) and 0.05 < p < 1
 
 
 @pytest.mark.parametrize("interaction", [False, True])
@@ -345,12 +335,10 @@ SHIFT_AT_005 = 0.15036693781303365
 
 @pytest.mark.parametrize("shift, under", [(SHIFT_AT_005, False), (SHIFT_AT_005 * 1.001, True)])
 def test_p_value_of_exactly_005_is_not_under_the_threshold(shift, under):
-    n = 48
-    Y = np.tile([0.0, 1.0], n // 2)
-    X = np.column_stack([(np.arange(n) * 7 % n) / n + shift * Y, np.full(n, 2.0)])
-    t, block = run(X, Y, W=np.full(n, 1 / n, dtype=np.float32))
-    p = printed_pvalues(block)[0]
-    entry = root(t, "CurvatureTests")
+    Y = np.tile([0.0, 1.0], 24)
+    X = np.column_stack([(np.arange(48) * 7 % 48) / 48 + shift * Y, np.full(48, 2.0)])
+    t, block = run(X, Y, W=np.full(48, 1 / 48, dtype=np.float32))
+    p, entry = printed_pvalues(block)[0], root(t, "CurvatureTests")
     assert entry.dtype == np.float32
     if under:
         assert p < 0.05 and entry[0, 0] == 1 and col(t, "CutVar")[0] == 1
@@ -369,8 +357,7 @@ def test_p_value_of_exactly_005_is_not_under_the_threshold(shift, under):
     (3, 3, 1, 2, True)])
 def test_curvature_in_force_only_with_two_predictors_and_enough_rows(d, k, min_leaf,
                                                                      sample_size, in_force):
-    """Out of force, the node is searched as if the flag were off, and its
-    entry stays unset."""
+    # Out of force, the node is searched as if the flag were off, its entry unset.
     X = np.random.default_rng(44).random((9, d))
     Y = np.arange(9.0) % k
 
