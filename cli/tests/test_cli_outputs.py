@@ -21,8 +21,8 @@ from conftest import (CLI, DATA, column, fit, host_value, predict, predictions, 
 # ------------------------------------------------------- write failures
 
 @pytest.mark.parametrize("command", [
-    ["fit", "iris", "--output", "/dev/full"], ["predict", "{model}", "iris", "--output", "/dev/full"],
-    ["show", "{model}", "--format", "dot", "--output", "/dev/full"],
+    ["fit", "iris", "--output", "/dev/full"], ["show", "{model}", "--output", "/dev/full"],
+    ["predict", "{model}", "iris", "--output", "/dev/full"],
     ["fit", "iris", "--quiet", "--output", "{dir}/m.json"], ["show", "{model}"], ["--version"],
 ])
 def test_a_full_device_is_an_error_and_stays_a_device(tmp_path, command):
@@ -62,19 +62,16 @@ def test_a_failed_write_leaves_the_old_file_whole(tmp_path, command, name):
     assert f"cannot write {out}: File too large" in done.stderr
     assert out.read_text() == "the old file\n"
     assert sorted(os.listdir(tmp_path)) == before  # no temporary file left behind
-    # Without the limit the file is replaced, keeping its mode.
-    done = run(*args, status=0)
-    assert out.read_text() != "the old file\n"
-    assert stat.S_IMODE(out.stat().st_mode) == 0o640
+    run(*args, status=0)  # without the limit the file is replaced, keeping its mode
+    assert out.read_text() != "the old file\n" and stat.S_IMODE(out.stat().st_mode) == 0o640
 
 
 def test_a_link_stays_a_link_and_a_pipe_a_pipe(tmp_path):
-    target = tmp_path / "target.json"
+    target, link = tmp_path / "target.json", tmp_path / "link.json"
     target.write_text("{}")
-    link = tmp_path / "link.json"
     link.symlink_to(target)
     fit(tmp_path, "iris")
-    done = run("fit", "iris", "--output", link, status=0)
+    run("fit", "iris", "--output", link, status=0)
     assert link.is_symlink() and json.loads(target.read_text())["format"] == "arbolin model"
 
     pipe = tmp_path / "pipe"
@@ -82,11 +79,10 @@ def test_a_link_stays_a_link_and_a_pipe_a_pipe(tmp_path):
     got = []
     reader = threading.Thread(target=lambda: got.append(pipe.read_text()))
     reader.start()
-    done = run("predict", tmp_path / "model.json", "iris", "--output", pipe)
+    run("predict", tmp_path / "model.json", "iris", "--output", pipe, status=0)
     reader.join(timeout=30)
-    assert done.returncode == 0, done.stderr
     assert stat.S_ISFIFO(os.lstat(pipe).st_mode)
-    assert got[0] == run("predict", tmp_path / "model.json", "iris").stdout
+    assert got[0] == predict(tmp_path / "model.json", "iris")
 
 
 @pytest.mark.skipif(os.geteuid() == 0, reason="root writes any file")
@@ -94,8 +90,8 @@ def test_a_read_only_output_is_not_replaced(tmp_path):
     out = tmp_path / "locked.json"
     out.write_text("kept\n")
     out.chmod(0o444)
-    done = run("fit", "iris", "--output", out, status=1)
-    assert f"cannot write {out}: Permission denied" in done.stderr
+    assert f"cannot write {out}: Permission denied" in run("fit", "iris", "--output", out,
+                                                            status=1).stderr
     assert out.read_text() == "kept\n"
 
 
@@ -109,12 +105,7 @@ def least_cost(shares, cost):
 
 def printed_classes(text):
     """Node number -> class label, from the printed tree."""
-    found = {}
-    for line in text.splitlines():
-        m = re.match(r"\s*(\d+)\) .*  n=\S+  (\S+)  \(", line)
-        if m:
-            found[int(m.group(1))] = m.group(2)
-    return found
+    return {int(n): c for n, c in re.findall(r"(?m)^\s*(\d+)\) .*  n=\S+  (\S+)  \(", text)}
 
 
 def test_costs_decide_the_class_by_hand(tmp_path):
@@ -125,11 +116,10 @@ def test_costs_decide_the_class_by_hand(tmp_path):
     data = write_csv(tmp_path / "d.csv", ["x", "y"], rows)
     (tmp_path / "cost.csv").write_text("a,b\n0,1\n5,0\n")
     model, done = fit(tmp_path, data, "--cost", tmp_path / "cost.csv")
-    printed = done.stdout
     assert model["response"]["cost_matrix"] == [[0, 1], [5, 0]]
-    assert list(printed_classes(printed).values()) == ["b", "b", "b"]
-    assert "training accuracy 0.5\n" in printed
-    out = predictions(run("predict", tmp_path / "model.json", data).stdout)
+    assert list(printed_classes(done.stdout).values()) == ["b", "b", "b"]
+    assert "training accuracy 0.5\n" in done.stdout
+    out = predictions(predict(tmp_path / "model.json", data))
     assert {r["prediction"] for r in out} == {"b"}
     assert float(out[0]["prob_a"]) == 0.75  # the shares stay the node's
     # Without the costs the leaves say a and b.
@@ -156,7 +146,7 @@ def test_costs_decide_the_class_in_text_dot_accuracy_and_predict(tmp_path, optio
     for i, b in enumerate(best):
         assert re.search(rf'n{i + 1} \[label="node {i + 1}\\nn=\S+  {classes[b]}  ', dot)
 
-    out = predictions(run("predict", tmp_path / "model.json", "iris").stdout)
+    out = predictions(predict(tmp_path / "model.json", "iris"))
     truth = read_columns(DATA / "iris.csv")[1][4]
     assert [r["prediction"] for r in out] == [classes[best[int(r["node"]) - 1]] for r in out]
     right = np.mean([r["prediction"] == t for r, t in zip(out, truth)])
@@ -167,23 +157,23 @@ def test_costs_decide_the_class_in_text_dot_accuracy_and_predict(tmp_path, optio
 def test_neutral_costs_predict_as_no_costs(tmp_path):
     (tmp_path / "cost.csv").write_text("0,1,1\n1,0,1\n1,1,0\n")
     printed = fit(tmp_path, "iris", "--cost", tmp_path / "cost.csv")[1].stdout
-    with_costs = run("predict", tmp_path / "model.json", "iris").stdout
+    with_costs = predict(tmp_path / "model.json", "iris")
     plain = fit(tmp_path, "iris")[1].stdout
-    assert with_costs == run("predict", tmp_path / "model.json", "iris").stdout
+    assert with_costs == predict(tmp_path / "model.json", "iris")
     assert printed.split("time ")[0] == plain.split("time ")[0]
 
 
 def test_models_with_costs_in_the_old_place_or_none(tmp_path):
     (tmp_path / "cost.csv").write_text(COST)
     model, _ = fit(tmp_path, "iris", "--cost", tmp_path / "cost.csv")
-    new = run("predict", tmp_path / "model.json", "iris").stdout
+    new = predict(tmp_path / "model.json", "iris")
     old = dict(model, response=dict(model["response"]))
     old["training"] = dict(model["training"], cost_matrix=old["response"].pop("cost_matrix"))
     (tmp_path / "old.json").write_text(json.dumps(old))
-    assert run("predict", tmp_path / "old.json", "iris").stdout == new
+    assert predict(tmp_path / "old.json", "iris") == new
     old["training"]["cost_matrix"] = None
     (tmp_path / "none.json").write_text(json.dumps(old))
-    out = predictions(run("predict", tmp_path / "none.json", "iris").stdout)
+    out = predictions(predict(tmp_path / "none.json", "iris"))
     value = column(model, "NodeValue").astype(int)
     classes = model["response"]["classes"]
     assert [r["prediction"] for r in out] == [classes[value[int(r["node"]) - 1]] for r in out]
@@ -209,7 +199,7 @@ def test_predict_needs_only_the_split_columns(tmp_path):
     data = write_csv(tmp_path / "few.csv", keep, zip(*[cols[header.index(h)] for h in keep]))
     done = run("predict", tmp_path / "model.json", data, status=0)
     assert done.stderr == ""
-    assert done.stdout == run("predict", tmp_path / "model.json", "iris").stdout
+    assert done.stdout == predict(tmp_path / "model.json", "iris")
 
     data = write_csv(tmp_path / "none.csv", ["sepal_length"], [[1]])
     done = run("predict", tmp_path / "model.json", data, status=1)

@@ -45,6 +45,7 @@ COSTS = [  # cost files for iris
     ("virginica,setosa,versicolor\n0,1,1\n1,0,1\n1,1,2\n",
      "line 4, column 3 (versicolor): a right prediction costs nothing"),
     ("setosa,violet,virginica\n0,1,1\n1,0,1\n1,1,0\n", 'column 2: "violet" is not a class'),
+    ("0,1,1\n1,0,1e39\n1,1,0\n", "line 2, column 3: 1e39 is beyond the range of single precision"),
 ]
 # Iris: node 1 splits into 2 (a leaf) and 3; 3 into 4 and 5.
 TAMPERED = [  # (output, index, value) changes
@@ -125,7 +126,7 @@ REFUSALS = [  # arguments, exit status, what the message says (or the parts of i
     (["fit", "utf16.csv"], 1, "utf16.csv: the file is UTF-16"),
     *[(["fit", f"utf8-{i}.csv"], 1, f"utf8-{i}.csv, {place} is not valid UTF-8")
       for i, (_, place) in enumerate(BAD_UTF8)],
-    *[(["fit", "iris", "--cost", f"cost{i}.csv"], 1, (f"arbolin: cost{i}.csv", message))
+    *[(["fit", "iris", "--cost", f"cost{i}.csv", "--single"], 1, (f"arbolin: cost{i}.csv", message))
       for i, (_, message) in enumerate(COSTS)],
     # Column options that contradict each other.
     (["fit", "cars.csv", "--ignore", "mpg"], 2,
