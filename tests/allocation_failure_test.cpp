@@ -33,10 +33,10 @@ class AllocationFailure : public ::testing::TestWithParam<bool> {};
 TEST_P(AllocationFailure, EveryHostAllocationOfAFitMayFail) {
     numora::Module module(ARBOLIN_MODULE_PATH);
     Registered parent("sweepgini", [](int, cxArray** outputs, int, cxArray** inputs) {
-        answer(outputs, gini(inputs[0]));
+        outputs[0] = numora::cxCreateDoubleScalar(gini(inputs[0]));
     });
     Registered kids("sweepkids", [](int, cxArray** outputs, int, cxArray** inputs) {
-        answer(outputs, gini(inputs[0]) + gini(inputs[1]));
+        outputs[0] = numora::cxCreateDoubleScalar(gini(inputs[0]) + gini(inputs[1]));
     });
     Printed printed;
     TreeCall call = sweepCall(GetParam());

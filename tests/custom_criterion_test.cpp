@@ -41,11 +41,11 @@ TEST(CustomCriterion, HostFunctionsOfCppGrowTheGiniTree) {
     Calls calls;
     Registered parent("cppgini", [&calls](int, cxArray** outputs, int, cxArray** inputs) {
         calls.note();
-        answer(outputs, gini(inputs[0]));
+        outputs[0] = numora::cxCreateDoubleScalar(gini(inputs[0]));
     });
     Registered kids("cppkids", [&calls](int, cxArray** outputs, int, cxArray** inputs) {
         calls.note();
-        answer(outputs, gini(inputs[0]) + gini(inputs[1]));
+        outputs[0] = numora::cxCreateDoubleScalar(gini(inputs[0]) + gini(inputs[1]));
     });
     // Nothing serialises the calls from worker threads here, as the
     // interpreter lock does for Python, so a few rounds give them the chance

@@ -49,13 +49,15 @@ struct TreeCall {
         set(in::SurrogateCount, 0.0);
         set(in::MaxCat, 10);
         set(in::AlgCat, 0.0);
-        set(in::CostArg, cxCreateNumericMatrix(0, 0, cxDOUBLE_CLASS, cxREAL));  // no costs
         set(in::RiskTolerance, 0.0);
+        set(in::Verbosity, static_cast<double>(verbosity));
         for (in::Position flag : {in::CurvatureFlag, in::InteractionFlag, in::ChisqFlag}) {
             set(flag, numora::cxCreateLogicalScalar(false));
         }
-        set(in::StreamArg, cxCreateNumericMatrix(0, 0, cxDOUBLE_CLASS, cxREAL));  // default
-        set(in::Verbosity, static_cast<double>(verbosity));
+        // No costs, the default stream.
+        for (in::Position empty : {in::CostArg, in::StreamArg}) {
+            set(empty, cxCreateNumericMatrix(0, 0, cxDOUBLE_CLASS, cxREAL));
+        }
     }
 
     void set(in::Position position, cxArray* a) {
@@ -166,19 +168,10 @@ inline int firstDifference(const TreeOutputs& a, const TreeOutputs& b) {
 // built-in criterion: sums in order from the first entry.
 inline double gini(const cxArray* v) {
     const double* p = static_cast<const double*>(cxGetData(v));
-    double s = 0;
+    double s = 0, q = 0;
     for (std::uint64_t i = 0; i < cxGetM(v); ++i) s += p[i];
-    double q = 0;
-    for (std::uint64_t i = 0; i < cxGetM(v); ++i) {
-        const double r = p[i] / s;
-        q += r * r;
-    }
+    for (std::uint64_t i = 0; i < cxGetM(v); ++i) q += (p[i] / s) * (p[i] / s);
     return (1 - q) * s;
-}
-
-inline void answer(cxArray** outputs, double value) {
-    outputs[0] = cxCreateNumericMatrix(1, 1, cxDOUBLE_CLASS, cxREAL);
-    *static_cast<double*>(cxGetData(outputs[0])) = value;
 }
 
 // The criterion input that names host functions.
