@@ -18,7 +18,6 @@ from arbolin import HostError
 from conftest import (COST, EMPTY, F4, F8, OUTPUTS, assert_same, custom, deviance,
                       gini_functions, gini_value, grow_text, make_inputs, random_data)
 
-IDS = "tallix:silvan:learning:treeutils:CustomClassificationSplitCriterion:"
 PARENT_FAILED = "The split criterion function 'myparent' failed on the class weights of a node.\n"
 KIDS_FAILED = "The split criterion function 'mykids' failed on the class weights of two children.\n"
 
@@ -146,10 +145,6 @@ def failing_functions(name, fail):
 REFUSAL = Refused("no impurity today")
 
 
-def refuse():
-    raise REFUSAL
-
-
 @pytest.mark.parametrize("cost", [False, True], ids=["plain", "costs"])
 @pytest.mark.parametrize("name, w, value, expected", [
     ("myparent", F8, None, PARENT_FAILED), ("mykids", F8, None, KIDS_FAILED),
@@ -165,11 +160,12 @@ def test_a_failing_function(name, w, value, expected, cost):
     out = []
     with pytest.raises((Refused, HostError)) as info:
         arbolin.calyx(22, inputs, functions=failing_functions(
-            name, refuse if value is None else lambda: value), out=out)
+            name, lambda: value if value is not None else (_ for _ in ()).throw(REFUSAL)), out=out)
     if value is None:                 # its own error, after the module's message
         assert info.value is REFUSAL and "".join(out) == expected
     else:
-        assert info.value.identifier == IDS + name[2:] + ":TypeMismatch"
+        assert info.value.identifier == ("tallix:silvan:learning:treeutils:"
+                                         f"CustomClassificationSplitCriterion:{name[2:]}:TypeMismatch")
         assert info.value.args == (name, expected) and out == []
 
 

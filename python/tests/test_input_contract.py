@@ -1,10 +1,7 @@
-"""calyx checks the module's twenty inputs before the call. The module
-trusts its caller, so an input that it would misread (a wrong class, a short
-array, a row or class number out of range, a setting it divides by) used to
-crash the interpreter or read outside its arrays. Each such input now raises
-TypeError (class or shape) or ValueError (value), naming the input by its
-position and name, and every valid call reaches the module exactly as
-before: its outputs are those of the unchecked call."""
+"""calyx checks the module's twenty inputs before the call, for the module
+trusts its caller: an input it would misread raises TypeError (class or
+shape) or ValueError (value), naming the input by position and name, and a
+valid call gives the outputs of the unchecked call."""
 
 import numpy as np
 import pytest
@@ -20,12 +17,14 @@ X = np.array([[0, 3, 0], [1, 1, 1], [2, 4, 0], [3, 1, 1], [4, 5, 0], [5, 9, 1], 
 CLASSES = np.array([0, 0, 1, 1, 2, 2, 1, 0], dtype=float)
 RESPONSE = np.array([1.0, 1.5, 2.0, 4.0, 8.0, 8.5, 3.0, 0.5])
 COST = 1 - np.eye(3)
+F4 = np.float32
 
 
-def inputs_for(x=X, Y=CLASSES, **settings):
+def inputs_for(**settings):
     """Valid inputs of a classification on X, with `settings` by the keywords
-    of conftest.KEYWORDS; `x` then replaces X, whatever it is."""
-    inputs = make_inputs(X, Y, **{"min_parent": 2, **settings})
+    of conftest.KEYWORDS; X then replaces X, whatever it is."""
+    x, y = settings.pop("X", X), settings.pop("Y", CLASSES)
+    inputs = make_inputs(X, y, **{"min_parent": 2, **settings})
     inputs[SLOT["X"]] = x
     return inputs
 
@@ -42,53 +41,47 @@ def regression(**settings):
 
 # ------------------------------------------------------------- refusals
 
-# One row for each way the check refuses an input. Many of them were
-# reported reproductions: they crashed the interpreter (SIGSEGV, SIGFPE),
-# read past a buffer under the sanitizers, or grew a wrong tree.
+# One row for each way the check refuses an input, named by the last of its
+# settings. Many of them were reported reproductions: they crashed the
+# interpreter (SIGSEGV, SIGFPE), read past a buffer under the sanitizers, or
+# grew a wrong tree.
+TE, VE = TypeError, ValueError
 REFUSED = {
-    "X a str": (TypeError, "X", dict(x="abc")),
-    "Y shorter than X": (TypeError, "Y", dict(Y=CLASSES[:-1])),
-    "W a Cell": (TypeError, "W", dict(W=Cell((N, 1), [1.0] * N))),
-    "double X, single Y and W": (TypeError, "W", dict(Y=CLASSES.astype(np.float32),
-                                                    W=np.ones(N, np.float32))),
-    "Rows a str": (TypeError, "Rows", dict(rows="abc")),
-    "row -1": (ValueError, "Rows", dict(rows=np.array([0.0, -1.0]))),
-    "row N": (ValueError, "Rows", dict(rows=np.array([0.0, N]))),
-    "IsCat a Cell": (TypeError, "IsCat", dict(is_cat=Cell((1, D), [True] * D))),
-    "criterion Gini": (ValueError, "CriterionArg", dict(criterion="Gini")),
-    "criterion cell of three": (TypeError, "CriterionArg",
-                                dict(criterion=Cell((1, 3), ["f", "g", "h"]))),
-    "criterion cell, no parent": (ValueError, "CriterionArg",
-                                  dict(criterion=Cell((1, 2), ["", "g"]))),
-    "MinLeaf logical": (TypeError, "MinLeaf", dict(min_leaf=True)),
-    "MaxSplits 2^60": (ValueError, "MaxSplits", dict(max_splits=2.0 ** 60)),
-    "SampleSize D + 1": (ValueError, "SampleSize", dict(sample_size=D + 1)),
-    "AlgCat 5": (ValueError, "AlgCat", dict(alg_cat=5)),
-    "cost 3 by 2": (TypeError, "CostArg", dict(cost=np.ones((3, 2)))),
-    "cost negative": (ValueError, "CostArg", dict(cost=COST - 0.5)),
-    "cost all 0, gini": (ValueError, "CostArg", dict(cost=np.zeros((3, 3)))),
-    "cost in a regression": (ValueError, "CostArg", regression(cost=np.ones((1, 1)))),
-    "2 by 2 cost, 3 classes": (ValueError, "CostArg", dict(cost=1 - np.eye(2))),
-    "class 3 at an unused row, 3 by 3 cost": (ValueError, "CostArg", dict(
-        Y=with_y(7, 3.0), rows=np.arange(7.0), cost=COST)),
-    "RiskTolerance 1.5": (ValueError, "RiskTolerance", dict(risk_tol=1.5)),
-    "CurvatureFlag double": (TypeError, "CurvatureFlag", dict(curvature=1.0)),
-    "stream a number, drawing": (TypeError, "StreamArg", dict(sample_size=2, stream=3.0)),
-    "weight NaN": (ValueError, "W", dict(W=with_y(2, np.nan, np.ones(N)))),
-    "NaN class in row 0": (ValueError, "Y", dict(Y=with_y(0, np.nan))),
-    "class 1e6": (ValueError, "Y", dict(Y=with_y(5, 1e6))),
-    "class N at an unused row": (ValueError, "Y", dict(Y=with_y(7, N), rows=np.arange(7.0))),
-    "only negative values, no rows": (ValueError, "Y", dict(Y=-np.ones(N), rows=np.zeros(0))),
-    "regression: Inf response": (ValueError, "Y", regression(Y=with_y(2, np.inf, RESPONSE))),
+    "X a str": (TE, dict(X="abc")), "Y shorter than X": (TE, dict(Y=CLASSES[:-1])),
+    "W a Cell": (TE, dict(W=Cell((N, 1), [1.0] * N))),
+    "double X, single Y and W": (TE, dict(Y=CLASSES.astype(F4), W=np.ones(N, F4))),
+    "Rows a str": (TE, dict(rows="abc")), "row -1": (VE, dict(rows=np.array([0.0, -1.0]))),
+    "row N": (VE, dict(rows=np.array([0.0, N]))),
+    "IsCat a Cell": (TE, dict(is_cat=Cell((1, D), [True] * D))),
+    "criterion Gini": (VE, dict(criterion="Gini")),
+    "criterion cell of three": (TE, dict(criterion=Cell((1, 3), ["f", "g", "h"]))),
+    "criterion cell, no parent": (VE, dict(criterion=Cell((1, 2), ["", "g"]))),
+    "MinLeaf logical": (TE, dict(min_leaf=True)),
+    "MaxSplits 2^60": (VE, dict(max_splits=2.0**60)),
+    "SampleSize D + 1": (VE, dict(sample_size=D + 1)), "AlgCat 5": (VE, dict(alg_cat=5)),
+    "cost 3 by 2": (TE, dict(cost=np.ones((3, 2)))), "cost negative": (VE, dict(cost=COST - 0.5)),
+    "cost all 0, gini": (VE, dict(cost=np.zeros((3, 3)))),
+    "cost in a regression": (VE, regression(cost=np.ones((1, 1)))),
+    "2 by 2 cost, 3 classes": (VE, dict(cost=1 - np.eye(2))),
+    "class 3 at an unused row, 3 by 3 cost": (VE, dict(Y=with_y(7, 3.0), rows=np.arange(7.0),
+                                                       cost=COST)),
+    "RiskTolerance 1.5": (VE, dict(risk_tol=1.5)),
+    "CurvatureFlag double": (TE, dict(curvature=1.0)),
+    "stream a number, drawing": (TE, dict(sample_size=2, stream=3.0)),
+    "weight NaN": (VE, dict(W=with_y(2, np.nan, np.ones(N)))),
+    "NaN class in row 0": (VE, dict(Y=with_y(0, np.nan))),
+    "class 1e6": (VE, dict(Y=with_y(5, 1e6))),
+    "class N at an unused row": (VE, dict(rows=np.arange(7.0), Y=with_y(7, N))),
+    "only negative values, no rows": (VE, dict(rows=np.zeros(0), Y=-np.ones(N))),
+    "regression: Inf response": (VE, regression(Y=with_y(2, np.inf, RESPONSE))),
 }
 
 
-@pytest.mark.parametrize("error, name, settings", REFUSED.values(), ids=REFUSED)
-def test_input_is_refused_before_the_call(error, name, settings):
-    inputs = inputs_for(**settings)
-    position = INPUT_NAMES.index(name) + 1
-    with pytest.raises(error, match=rf"^input {position} \({name}\) \S") as info:
-        arbolin.calyx(22, inputs, functions=gini_functions())
+@pytest.mark.parametrize("error, settings", REFUSED.values(), ids=REFUSED)
+def test_input_is_refused_before_the_call(error, settings):
+    k = SLOT[list(settings)[-1]]
+    with pytest.raises(error, match=rf"^input {k + 1} \({INPUT_NAMES[k]}\) \S") as info:
+        arbolin.calyx(22, inputs_for(**settings), functions=gini_functions())
     assert type(info.value) is error  # not a subclass that the caller might not expect
 
 
@@ -112,7 +105,7 @@ def test_list_of_other_than_twenty_inputs_is_a_type_error(count):
 
 
 def test_first_problem_in_order_of_position_is_reported():
-    inputs = inputs_for(min_leaf=0, verbosity=9, x="abc")
+    inputs = inputs_for(min_leaf=0, verbosity=9, X="abc")
     with pytest.raises(TypeError, match=r"^input 1 \(X\)"):
         arbolin.calyx(1, inputs)
 
@@ -133,12 +126,10 @@ def test_refusal_leaves_no_host_function_and_no_capture_behind(capfd):
 
 # --------------------------------------------------------- valid calls
 
-F4 = np.float32
-
 
 def levels_64():
     """One nominal predictor of 64 codes, each with two classes: none merges."""
-    return dict(x=np.repeat(np.arange(64.0), 2)[:, None], W=np.ones(128), rows=np.arange(128.0),
+    return dict(X=np.repeat(np.arange(64.0), 2)[:, None], W=np.ones(128), rows=np.arange(128.0),
                 Y=np.ravel([[v % 3, (v + 1) % 3] for v in range(64)]).astype(float),
                 is_cat=np.ones((1, 1), bool), sample_size=1, max_splits=1)
 
@@ -153,9 +144,9 @@ VALID = {
     "SampleSize 1, a stream": lambda: dict(sample_size=1, stream=arbolin.Stream(4)),
     "SampleSize D, no stream looked at": lambda: dict(sample_size=D, stream="no stream"),
     "empty Rows": lambda: dict(rows=np.zeros(0)),
-    "X without rows": lambda: dict(x=np.zeros((0, D)), Y=np.zeros(0), W=np.zeros(0),
+    "X without rows": lambda: dict(X=np.zeros((0, D)), Y=np.zeros(0), W=np.zeros(0),
                                    rows=np.zeros(0)),
-    "X without columns": lambda: dict(x=np.zeros((N, 0)), is_cat=np.zeros((1, 0), bool),
+    "X without columns": lambda: dict(X=np.zeros((N, 0)), is_cat=np.zeros((1, 0), bool),
                                       sample_size=0),
     "Rows a matrix, rows repeated": lambda: dict(
         rows=np.array([[0, 1, 2, 3], [4, 5, 6, 7], [0, 0, 7, 7]], dtype=float)),
@@ -179,7 +170,7 @@ VALID = {
     "NaN weight at an unused row": lambda: dict(W=with_y(0, np.nan, np.ones(N)),
                                                 rows=np.arange(1.0, N)),
     "weights of 0": lambda: dict(W=with_y([0, 1, 2], 0.0, np.ones(N))),
-    "single everything": lambda: dict(x=X.astype(F4), Y=CLASSES.astype(F4),
+    "single everything": lambda: dict(X=X.astype(F4), Y=CLASSES.astype(F4),
                                       W=np.ones(N, F4), cost=COST.astype(F4)),
     "single Y, double X and W": lambda: dict(Y=CLASSES.astype(F4)),
     "Y a row": lambda: dict(Y=CLASSES[None, :]),

@@ -49,38 +49,34 @@ def test_small_regression_tree_by_hand():
     Y = np.array([1.0, 2, 3, 10, 11, 12])
     t = grow(make_inputs(X, Y, criterion="mse", min_parent=2, max_splits=1))
     assert col(t, "CutPoint")[0] == 3.25 and col(t, "CutVar")[0] == 1
-    assert col(t, "Gain").tolist() == [121.5, 0, 0]
-    assert col(t, "NodeRisk").tolist() == [125.5, 2, 2]
-    assert col(t, "NodeValue").tolist() == [6.5, 2, 11]
-    W = np.array([2.0, 1, 1, 1, 1, 1])
-    t = grow(make_inputs(X, Y, W=W, criterion="mse", min_parent=2, max_splits=1))
-    mean = 40 / 7
-    root = 2 * (1 - mean) ** 2 + sum((v - mean) ** 2 for v in Y[1:])
+    assert [col(t, k).tolist() for k in ("Gain", "NodeRisk", "NodeValue")] == [
+        [121.5, 0, 0], [125.5, 2, 2], [6.5, 2, 11]]
+    t = grow(make_inputs(X, Y, W=np.array([2.0, 1, 1, 1, 1, 1]), criterion="mse", min_parent=2,
+                         max_splits=1))
+    root = 2 * (1 - 40 / 7) ** 2 + sum((v - 40 / 7) ** 2 for v in Y[1:])
     np.testing.assert_allclose(col(t, "NodeRisk"), [root, 2.75, 2], rtol=1e-14)
     np.testing.assert_allclose(col(t, "Gain")[0], root - 4.75, rtol=1e-14)
     assert col(t, "NodeProb").tolist() == [7, 4, 3]
 
 
-@pytest.mark.parametrize("columns, cutvar, cutpoint", [
-    ((0, 1), 1, 4.5), ((1, 0), 1, 45.0), ((2, 0, 1), 2, 4.5), ((2, 1, 0), 2, 45.0)])
-def test_equal_gains_in_two_predictors_go_to_the_earlier(columns, cutvar, cutpoint):
-    # x and 10 x split the classes alike (cut after x = 4: [3, 1] | [0, 4]),
-    # with bit-equal gains; the shuffled column 2 splits them worse.
-    x = np.arange(1.0, 9.0)
-    pool = [x, 10 * x, np.array([8, 1, 7, 2, 6, 3, 5, 4.0])]
-    X = np.column_stack([pool[c] for c in columns])
-    t = grow(make_inputs(X, np.array([0, 0, 1, 0, 1, 1, 1, 1.0]), max_splits=1, min_parent=2))
-    assert (col(t, "CutVar")[0], col(t, "CutPoint")[0]) == (cutvar, cutpoint)
+# x and 10 x split classes 0 0 1 0 1 1 1 1 alike (cut after x = 4: [3, 1] |
+# [0, 4]), with bit-equal gains: the earlier predictor wins; the shuffled
+# column 2 splits them worse. Classes 0 1 1 1 1 1 1 1 are cut after MinLeaf
+# rows, or not at all when no side can hold MinLeaf.
+SHUFFLED, SECOND = [8, 1, 7, 2, 6, 3, 5, 4.0], [0, 0, 1, 0, 1, 1, 1, 1]
 
 
-@pytest.mark.parametrize("min_leaf, cut, sizes", [(1, 1.5, [8, 1, 7]), (2, 2.5, [8, 2, 6]),
-                                                  (4, 4.5, [8, 4, 4]), (5, NAN, [8])])
-def test_min_leaf_moves_the_cut(min_leaf, cut, sizes):
-    x = np.arange(1.0, 9.0)
-    t = grow(make_inputs(x[:, None], np.array([0, 1, 1, 1, 1, 1, 1, 1.0]), min_leaf=min_leaf,
-                         min_parent=2, max_splits=1))
-    np.testing.assert_equal(col(t, "CutPoint")[0], cut)
-    assert col(t, "NodeSize").tolist() == sizes
+@pytest.mark.parametrize("columns, y, min_leaf, cut", [
+    ((1, 10), SECOND, 1, (1, 4.5)), ((10, 1), SECOND, 1, (1, 45.0)),
+    ((SHUFFLED, 1, 10), SECOND, 1, (2, 4.5)), ((SHUFFLED, 10, 1), SECOND, 1, (2, 45.0)),
+    ((1,), [0] + [1] * 7, 1, (1, 1.5)), ((1,), [0] + [1] * 7, 2, (1, 2.5)),
+    ((1,), [0] + [1] * 7, 4, (1, 4.5)), ((1,), [0] + [1] * 7, 5, (0, NAN))])
+def test_root_cut_by_hand(columns, y, min_leaf, cut):
+    X = np.column_stack([np.array(c) if isinstance(c, list) else c * np.arange(1.0, 9.0)
+                         for c in columns])
+    t = grow(make_inputs(X, np.array(y, dtype=float), min_leaf=min_leaf, min_parent=2,
+                         max_splits=1))
+    np.testing.assert_equal((col(t, "CutVar")[0], col(t, "CutPoint")[0]), cut)
 
 
 # ------------------------------------------------------ budget of splits
