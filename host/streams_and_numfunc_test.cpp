@@ -45,14 +45,6 @@ lotstream::Stream* streamOf(std::uint64_t id) {
     return table->deref(table->find(id));
 }
 
-TEST(Randkperm, DefaultStreamFirstDrawsByHand) {
-    numora::resetDefaultStream();
-    // mt19937_64(5489) starts 14514284786278117030, 4620546740167642908,
-    // 13109570281517897720: u = 0.7868, 0.2505, 0.7107, so j = 7, 1 + 2, 2 + 5.
-    // 1..10 -> swap(0,7) -> 8; swap(1,3) -> 4; swap(2,7) -> 1.
-    EXPECT_EQ(draw(lotGetDefaultStream().stream, 3, 10), (std::vector<double>{8, 4, 1}));
-}
-
 TEST(Randkperm, MatchesIndependentReferenceAcrossCalls) {
     numora::resetDefaultStream(5489);
     std::mt19937_64 g(5489);
