@@ -161,16 +161,6 @@ def test_demo_runs_the_main_job(tmp_path):
     assert (tmp_path / "iris.model.json").exists() and (tmp_path / "diabetes.dot").exists()
 
 
-def test_rows_without_a_response_are_left_out(tmp_path):
-    header, rows = read_columns(DATA / "iris.csv")
-    rows = [list(r) for r in zip(*rows)]
-    for r in rows[:3]:
-        r[4] = "NA"
-    model, done = fit(tmp_path, write_csv(tmp_path / "i.csv", header, rows))
-    assert "Left out 3 of 150 rows" in done.stdout
-    assert model["training"]["rows"] == 147
-
-
 # ------------------------------------------------ surrogates by hand
 
 def array(cls, shape, data):

@@ -99,8 +99,9 @@ def test_a_mostly_numeric_response_is_named_too(tmp_path):
     assert "column 2 (y): 19 of 20 values are numbers" in warning
     assert "make the tree a classification tree; --missing n/a reads such values as missing, " \
         "--regression makes them errors" in warning
-    model, _ = fit(tmp_path, tmp_path / "d.csv", "--missing", "n/a")
+    model, done = fit(tmp_path, tmp_path / "d.csv", "--missing", "n/a")  # a row without response
     assert model["task"] == "regression" and model["training"]["rows_left_out"] == 1
+    assert "Left out 1 of 20 rows" in done.stdout and model["training"]["rows"] == 19
 
 
 # ---------------------------------------------------- single precision

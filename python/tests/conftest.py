@@ -40,9 +40,8 @@ def make_inputs(X, Y, **settings):
     `settings` by the keywords of KEYWORDS replacing the defaults: unit
     weights, every row, numeric predictors, N - 1 splits, every predictor in
     every node."""
-    unknown = set(settings) - set(SLOT)
-    if unknown:
-        raise TypeError(f"unknown inputs: {sorted(unknown)}")
+    if set(settings) - set(SLOT):
+        raise TypeError(f"unknown inputs: {sorted(set(settings) - set(SLOT))}")
     X = np.asarray(X)
     n, d = X.shape[0], int(np.prod(X.shape[1:]))
     derived = {"X": X, "Y": Y, "W": np.ones(n), "rows": np.arange(n, dtype=np.float64),
@@ -80,13 +79,11 @@ def assert_same(actual, expected, where="outputs", close=False):
     """Same class, shape and contents: bit for bit, or with `close` floating
     values to a relative 1e-12 (1e-6 in single precision), NaN equal to NaN.
     Outputs come as dicts by name or as sequences in the order of the outputs."""
-    if isinstance(expected, dict):
-        assert actual.keys() == expected.keys(), where
-        for name in expected:
-            assert_same(actual[name], expected[name], name, close)
-    elif isinstance(expected, (tuple, list)):
-        assert len(actual) == len(expected), where
-        for name, a, e in zip(OUTPUTS, actual, expected):
+    if isinstance(expected, (dict, tuple, list)):
+        named = isinstance(expected, dict)
+        assert (actual.keys() == expected.keys()) if named else len(actual) == len(expected), where
+        for name, a, e in ([(n, actual[n], expected[n]) for n in expected] if named
+                           else zip(OUTPUTS, actual, expected)):
             assert_same(a, e, name, close)
     elif isinstance(expected, Cell):
         assert isinstance(actual, Cell) and actual.shape == expected.shape, f"{where}: {actual!r}"
@@ -110,8 +107,7 @@ def assert_same(actual, expected, where="outputs", close=False):
 # Each takes class weights as rows (m by K) and gives one value a row.
 
 def gini(v):
-    s = v.sum(-1)
-    return (1 - ((v / s[..., None]) ** 2).sum(-1)) * s
+    return (1 - ((v / v.sum(-1)[..., None]) ** 2).sum(-1)) * v.sum(-1)
 
 
 def deviance(v):
@@ -156,20 +152,15 @@ class Crit:
         return 0.0 * v.sum(-1) if self.parent is None else self.parent(v * self.factors)
 
     def kids(self, a, b):
-        if self.parent is None:
-            return twoing_kids(a * self.factors, b * self.factors)
-        return self.risk(a) + self.risk(b)
+        return (twoing_kids(a * self.factors, b * self.factors) if self.parent is None
+                else self.risk(a) + self.risk(b))
 
 
 CRITERIA = {
-    "gini": Crit("gini", parent=gini),
-    "gdi": Crit("gdi", parent=gini),
-    "deviance": Crit("deviance", parent=deviance),
-    "error": Crit("error", parent=error),
-    "twoing": Crit("twoing"),
-    "gini-cost": Crit("gini", COST, gini, corrected=True),
-    "error-cost": Crit("error", COST, lambda v: (v @ COST).min(-1)),
-    "mse": Crit("mse"),
+    "gini": Crit("gini", parent=gini), "gdi": Crit("gdi", parent=gini),
+    "deviance": Crit("deviance", parent=deviance), "error": Crit("error", parent=error),
+    "twoing": Crit("twoing"), "gini-cost": Crit("gini", COST, gini, corrected=True),
+    "error-cost": Crit("error", COST, lambda v: (v @ COST).min(-1)), "mse": Crit("mse"),
 }
 
 
@@ -211,10 +202,9 @@ def candidates(crit, X, Y, W, rows, k, min_leaf, is_cat=None):
     for j in range(X.shape[1]):
         if is_cat is not None and is_cat[j]:
             continue
-        x = X[rows, j]
-        present = ~np.isnan(x)
-        order = np.argsort(x[present], kind="stable")
-        xs, ys, ws = x[present][order], y[present][order], w[present][order]
+        present = ~np.isnan(X[rows, j])
+        order = np.argsort(X[rows, j][present], kind="stable")
+        xs, ys, ws = (v[present][order] for v in (X[rows, j], y, w))
         n = len(xs)
         if n < 2 * min_leaf:
             continue
@@ -248,12 +238,8 @@ def levels(t, i):
 def could_split(X, Y, rows, min_leaf):
     """Some predictor has at least 2 MinLeaf rows with a value, and the
     response and the values both vary among them."""
-    for x in X[rows].T:
-        present = ~np.isnan(x)
-        if (present.sum() >= 2 * min_leaf and np.ptp(Y[rows][present]) > 0
-                and np.ptp(x[present]) > 0):
-            return True
-    return False
+    return any(p.sum() >= 2 * min_leaf and np.ptp(Y[rows][p]) > 0 and np.ptp(x[p]) > 0
+               for x, p in ((x, ~np.isnan(x)) for x in X[rows].T))
 
 
 def check_tree(t, crit, X, Y, W, is_cat=None, min_leaf=1, min_parent=2, complete=True):
@@ -295,8 +281,7 @@ def check_tree(t, crit, X, Y, W, is_cat=None, min_leaf=1, min_parent=2, complete
             continue
         assert len(rows) >= min_parent and kids[1, i] == kids[0, i] + 1
         assert parent[kids[:, i]].tolist() == [i + 1, i + 1]
-        j = cutvar[i] - 1
-        x = X[rows, j]
+        j, x = cutvar[i] - 1, X[rows, cutvar[i] - 1]
         present = ~np.isnan(x)
         if is_cat[j]:
             nominal += 1

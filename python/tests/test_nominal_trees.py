@@ -99,26 +99,6 @@ def test_mixed_tree_is_consistent(name, k, alg_cat):
 
 # ------------------------------------------------ merged pure values
 
-@pytest.mark.parametrize("zeros, ones", [([2, 4, 6, 8, 10], [1, 3, 5, 7, 9]),
-                                         ([6, 7, 8, 9, 10], [1, 2, 3, 4, 5])],
-                         ids=["interleaved", "exchanged"])
-def test_values_of_one_class_merge_into_one_level(zeros, ones):
-    # Two rows a value: the class 0 values make level 0, the class 1 values
-    # level 1. The search pulls class 0's level left; the sides are written
-    # with the lower values left when they do not interleave.
-    x = np.repeat(np.array(zeros + ones, dtype=float), 2)
-    Y = np.repeat([0.0, 1.0], 10)
-    t, text = run(x[::-1, None], Y[::-1], verbosity=3, min_parent=2)
-    assert "Found 2 nominal levels:\n" in text
-    assert ("     Category     0:" + "".join(f" {v}" for v in zeros) + "\n"
-            "       Class  counts: 10 0\n       Class weights: 10 0\n") in text
-    assert FOUND % (1, 1, "PullLeft") in text
-    assert root_levels(t) == written(zeros, ones)
-    assert col(t, "NodeSize").tolist() == [20, 10, 10]
-    assert col(t, "Gain").tolist() == [10, 0, 0]
-    assert t["ClassCount"][:, 1].tolist() == ([10, 0] if root_levels(t)[0] == zeros else [0, 10])
-
-
 @pytest.mark.parametrize("alg_cat, counts", [(1, (2, 1)), (2, (1, 2)), (3, None), (4, (2, 1))])
 def test_every_method_finds_the_merged_level_of_class_2(alg_cat, counts):
     # Codes 3 (classes 0 0 1) and 4 (0 1 1) are levels 0 and 1; codes 1 and

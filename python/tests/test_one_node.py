@@ -1,7 +1,7 @@
 """Trees that are their root alone: the root is never split here, because it
 has fewer rows than MinParent (or MaxSplits is 0). Checks what the module
 reports of such a tree: every output's class, shape and value, by criterion,
-by output count and by the classes of X, Y and W, and the printed progress."""
+by output count and in single precision, and the printed progress."""
 
 import numpy as np
 import pytest
@@ -140,35 +140,6 @@ def test_outputs_of_one_node_tree(case, nout):
     types = (inputs[SLOT[k]].dtype.type for k in "XYW")
     assert isinstance(result, tuple)
     assert_same(result, one_node_outputs(inputs, stats, *types)[:nout], close=True)
-
-
-# Each combination of classes of X, Y and W reaches its own driver, but
-# double X with single Y and W runs the driver of single X and Y with double W.
-COMBINATIONS = [(x, y, w) for x in (F8, F4) for y in (F8, F4) for w in (F8, F4)]
-
-
-def layout(value):
-    """What a value is, without its numbers."""
-    if isinstance(value, Cell):
-        return "cell", value.shape, [layout(v) for v in value.data]
-    if isinstance(value, np.ndarray):
-        return value.dtype, value.shape
-    return type(value)
-
-
-@pytest.mark.parametrize("classes", COMBINATIONS, ids=lambda c: "".join(t.__name__[-2:] for t in c))
-def test_classes_of_x_y_w_choose_the_driver(classes):
-    # Only row 0 is read: harmless also where the driver reads the single W
-    # as doubles (its first 8 bytes are the weights of rows 0 and 1). So only
-    # the classes and shapes are compared.
-    inputs, stats = classification("gini", 0.0, rows=np.array([0.0]), surrogates=1)
-    for k, t in zip("XYW", classes):
-        inputs[SLOT[k]] = inputs[SLOT[k]].astype(t)
-    driver = (F4, F4, F8) if classes == (F8, F4, F4) else classes
-    expected = one_node_outputs(inputs, stats, *driver)
-    # calyx refuses double X with single Y and W, so the module is called as is.
-    outputs = arbolin._core._calyx_unchecked(22, inputs)
-    assert [layout(v) for v in outputs] == [layout(v) for v in expected]
 
 
 # -------------------------------------------------------------- printing
