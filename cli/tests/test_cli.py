@@ -25,8 +25,6 @@ def codes(values):
     return np.array([order.index(k) for k in keys], dtype=float)
 
 
-# ------------------------------------------- the tree of arbolin.calyx
-
 @pytest.mark.parametrize("name, options, response, nominal, single, seed, sample", [
     ("iris", [], "species", [], False, None, None),
     ("iris", ["--single", "--seed", "7", "--predictors-per-node", "2"], "species", [], True, 7, 2),
@@ -63,8 +61,6 @@ def test_bundled_tree_equals_the_calyx_tree(tmp_path, name, options, response, n
     assert model["precision"] == ("single" if single else "double")
     assert [p["name"] for p in model["predictors"]] == names
 
-
-# ------------------------------------------------ predict on training
 
 def mixed_rows(seed, n=240):
     """Numbers with gaps written every way, a nominal column with quoted
@@ -161,8 +157,6 @@ def test_demo_runs_the_main_job(tmp_path):
     assert (tmp_path / "iris.model.json").exists() and (tmp_path / "diabetes.dot").exists()
 
 
-# ------------------------------------------------ surrogates by hand
-
 def array(cls, shape, data):
     return {"class": cls, "shape": shape, "data": data}
 
@@ -224,8 +218,6 @@ def test_predict_follows_surrogates_of_a_handmade_model(tmp_path):
     assert "(missing x: left if z >= 10; failing that, colour in {a})" in shown
     assert "colour in {b, c}" in shown and "(rows missing colour stop here)" in shown
 
-
-# ------------------------------------------------- long searches, Ctrl-C
 
 def many_levels(path, levels=40, rows=400):
     """A nominal predictor of `levels` levels and three classes."""

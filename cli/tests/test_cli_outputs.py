@@ -18,8 +18,6 @@ from conftest import (CLI, DATA, column, fit, host_value, predict, predictions, 
                       write_csv)
 
 
-# ------------------------------------------------------- write failures
-
 @pytest.mark.parametrize("command", [
     ["fit", "iris", "--output", "/dev/full"], ["show", "{model}", "--output", "/dev/full"],
     ["predict", "{model}", "iris", "--output", "/dev/full"],
@@ -95,8 +93,6 @@ def test_a_read_only_output_is_not_replaced(tmp_path):
     assert out.read_text() == "kept\n"
 
 
-# ------------------------------------------------------------ costs
-
 def least_cost(shares, cost):
     """The class j of least sum_i shares[i] * cost[i][j], the lowest on a tie."""
     expected = [sum(p * cost[i][j] for i, p in enumerate(shares)) for j in range(len(cost))]
@@ -108,26 +104,6 @@ def printed_classes(text):
     return {int(n): c for n, c in re.findall(r"(?m)^\s*(\d+)\) .*  n=\S+  (\S+)  \(", text)}
 
 
-def test_costs_decide_the_class_by_hand(tmp_path):
-    # x = 0: three a to one b; x = 1: one a to three b. Calling a b costs 1,
-    # calling b an a costs 5. Expected costs, a then b: root 2.5 | 0.5,
-    # x = 0: 1.25 | 0.75, x = 1: 3.75 | 0.25. Every node says b.
-    rows = [[x, c] for x, cs in ((0, "aaab"), (1, "abbb")) for c in cs] * 3
-    data = write_csv(tmp_path / "d.csv", ["x", "y"], rows)
-    (tmp_path / "cost.csv").write_text("a,b\n0,1\n5,0\n")
-    model, done = fit(tmp_path, data, "--cost", tmp_path / "cost.csv")
-    assert model["response"]["cost_matrix"] == [[0, 1], [5, 0]]
-    assert list(printed_classes(done.stdout).values()) == ["b", "b", "b"]
-    assert "training accuracy 0.5\n" in done.stdout
-    out = predictions(predict(tmp_path / "model.json", data))
-    assert {r["prediction"] for r in out} == {"b"}
-    assert float(out[0]["prob_a"]) == 0.75  # the shares stay the node's
-    # Without the costs the leaves say a and b.
-    plain = fit(tmp_path, data)[1].stdout
-    assert list(printed_classes(plain).values()) == ["a", "a", "b"]
-    assert "training accuracy 0.75\n" in plain
-
-
 COST = "0,1,1\n1,0,1\n1,10,0\n"  # calling a virginica versicolor costs 10
 
 
@@ -136,8 +112,8 @@ def test_costs_decide_the_class_in_text_dot_accuracy_and_predict(tmp_path, optio
     (tmp_path / "cost.csv").write_text(COST)
     cost = [[float(v) for v in line.split(",")] for line in COST.split()]
     model, done = fit(tmp_path, "iris", "--cost", tmp_path / "cost.csv", *options)
-    printed = done.stdout
-    classes = model["response"]["classes"]
+    printed, classes = done.stdout, model["response"]["classes"]
+    assert model["response"]["cost_matrix"] == cost
     shares = host_value(model["outputs"]["ClassProb"]).T  # a row per node
     best = [least_cost(p, cost) for p in shares]
     assert best != list(column(model, "NodeValue").astype(int))  # the costs matter here
@@ -149,18 +125,11 @@ def test_costs_decide_the_class_in_text_dot_accuracy_and_predict(tmp_path, optio
     out = predictions(predict(tmp_path / "model.json", "iris"))
     truth = read_columns(DATA / "iris.csv")[1][4]
     assert [r["prediction"] for r in out] == [classes[best[int(r["node"]) - 1]] for r in out]
+    # The class shares stay the node's.
+    assert [float(out[0][f"prob_{c}"]) for c in classes] == list(shares[int(out[0]["node"]) - 1])
     right = np.mean([r["prediction"] == t for r, t in zip(out, truth)])
     accuracy = float(re.search(r"training accuracy (\S+)", printed).group(1))
     assert accuracy == pytest.approx(right, abs=5e-5)
-
-
-def test_neutral_costs_predict_as_no_costs(tmp_path):
-    (tmp_path / "cost.csv").write_text("0,1,1\n1,0,1\n1,1,0\n")
-    printed = fit(tmp_path, "iris", "--cost", tmp_path / "cost.csv")[1].stdout
-    with_costs = predict(tmp_path / "model.json", "iris")
-    plain = fit(tmp_path, "iris")[1].stdout
-    assert with_costs == predict(tmp_path / "model.json", "iris")
-    assert printed.split("time ")[0] == plain.split("time ")[0]
 
 
 def test_models_with_costs_in_the_old_place_or_none(tmp_path):
@@ -178,8 +147,6 @@ def test_models_with_costs_in_the_old_place_or_none(tmp_path):
     classes = model["response"]["classes"]
     assert [r["prediction"] for r in out] == [classes[value[int(r["node"]) - 1]] for r in out]
 
-
-# ------------------------------------------------ columns predict needs
 
 def used_predictors(model):
     names = [p["name"] for p in model["predictors"]]
@@ -229,8 +196,6 @@ def test_an_absent_surrogate_column_counts_as_missing(tmp_path):
     assert f'has no column "{gone}", which only surrogate splits use' in a.stderr
 
 
-# --------------------------------------------------------- model files
-
 @pytest.mark.skipif(os.geteuid() == 0, reason="root reads any file")
 def test_an_unreadable_model_is_named(tmp_path):
     fit(tmp_path, "iris")
@@ -250,14 +215,10 @@ def test_a_nominal_split_needs_levels_on_both_sides(tmp_path):
     assert "output SplitLevels sends no level of sex to one side of node 1" in done.stderr
 
 
-# ------------------------------------------------------------- commands
-
 def test_version():
     done = run("--version", status=0)
     assert re.fullmatch(r"arbolin \d+\.\d+\.\d+ \(module interface \d+\.\d+\)\n", done.stdout)
 
-
-# ---------------------------------------------------- too many classes
 
 @pytest.mark.parametrize("classes, rows, text, warned", [
     (51, 509, False, True),    # 51 > 50 and 51 > 50.9

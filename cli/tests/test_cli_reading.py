@@ -23,8 +23,6 @@ def measurements(n=200):
     return ["x", "z", "colour", "y"], rows
 
 
-# --------------------------------------------- tokens in a numeric column
-
 TOKENS = {4: "n/a", 17: "n/a", 50: "n/a", 8: "-"}  # row -> token; line = row + 2
 
 
@@ -104,8 +102,6 @@ def test_a_mostly_numeric_response_is_named_too(tmp_path):
     assert "Left out 1 of 20 rows" in done.stdout and model["training"]["rows"] == 19
 
 
-# ---------------------------------------------------- single precision
-
 @pytest.mark.parametrize("column, value, options, place", [
     ("a", "1e39", [], "line 4, column 1 (a)"),
     ("y", "1e39", [], "line 4, column 3 (y)"),
@@ -127,8 +123,6 @@ def test_single_precision_takes_the_largest_float(tmp_path):
     model, _ = fit(tmp_path, write(tmp_path / "d.csv", ["a", "y"], rows), "--single")
     assert model["precision"] == "single"
 
-
-# -------------------------------------------------------------- encoding
 
 CITIES = ["Genève", "Zürich", "Bâle", "Zug"]
 
@@ -155,8 +149,6 @@ def test_latin1_is_refused_with_its_place_and_read_with_the_option(tmp_path):
         predict(tmp_path / "model.json", utf8)
 
 
-# ---------------------------------------------------------- list options
-
 LISTS = [
     ("--nominal", "z", "--nominal", "x", "z,x"),
     ("--numeric", "x", "--numeric", "z", "x,z"),
@@ -182,8 +174,6 @@ def test_a_list_option_takes_one_value_and_adds_up(tmp_path, flag, one, _, other
     done = run("fit", data, flag, one, other, "--output", tmp_path / "x.json", status=2)
     assert f"not expected: {other}" in done.stderr
 
-
-# ------------------------------------------------------------ delimiters
 
 @pytest.mark.parametrize("delimiter, options, by", [
     (",", [], None),
@@ -222,8 +212,6 @@ def test_the_delimiter_is_the_one_that_splits_the_first_line_most(tmp_path, firs
     assert [p["name"] for p in model["predictors"]] == names
 
 
-# --------------------------------------------------------- ignored columns
-
 def cars(n):
     header = ["car", "wt", "cyl", "mpg"]
     rows = [[f"car {i}", f"{2 + i * 0.13:.2f}", "468"[i * 5 % 3], f"{30 - i * 0.6:.1f}"]
@@ -248,8 +236,6 @@ def test_a_column_of_names_is_noted_and_can_be_ignored(tmp_path, n, noted):
     assert ignored["outputs"] == without["outputs"]
     assert [p["name"] for p in ignored["predictors"]] == ["wt", "cyl"]
 
-
-# --------------------------------------------------------------- cost files
 
 def test_costs_in_the_order_of_a_header_row(tmp_path):
     # Row: true class, column: predicted class; the header orders both.

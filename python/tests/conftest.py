@@ -73,8 +73,6 @@ def node_text(prob, shares, counts, risk):
             + "".join(f" {p:g}" for p in shares) + f"\n{corrected}\n  NodeRisk = {risk:g}\n")
 
 
-# ------------------------------------------------------------ comparisons
-
 def assert_same(actual, expected, where="outputs", close=False):
     """Same class, shape and contents: bit for bit, or with `close` floating
     values to a relative 1e-12 (1e-6 in single precision), NaN equal to NaN.
@@ -103,9 +101,8 @@ def assert_same(actual, expected, where="outputs", close=False):
             f"{where}: {actual!r} != {expected!r}"
 
 
-# ----------------------------------------------------- reference criteria
-# Each takes class weights as rows (m by K) and gives one value a row.
-
+# Reference criteria: each takes class weights as rows (m by K) and gives one
+# value a row.
 def gini(v):
     return (1 - ((v / v.sum(-1)[..., None]) ** 2).sum(-1)) * v.sum(-1)
 
@@ -227,8 +224,6 @@ def candidates(crit, X, Y, W, rows, k, min_leaf, is_cat=None):
     return found
 
 
-# ------------------------------------------------------------ tree checks
-
 def levels(t, i):
     """Node i's two level lists (n by 2 cell, column-major)."""
     cell = t["SplitLevels"]
@@ -311,8 +306,6 @@ def check_tree(t, crit, X, Y, W, is_cat=None, min_leaf=1, min_parent=2, complete
     return nominal
 
 
-# ------------------------------------------------------------------ data
-
 def random_data(seed, n=80, d=3, k=3, regression=False, weighted=False, nan=0.0, grid=0):
     """Predictors in [0, 1) (on a grid of 1/grid, with ties, when given), k
     classes or a response that follow them loosely, small integer weights
@@ -348,8 +341,6 @@ def mixed_data(seed, k, regression=False, extra=0, n=160, nan=0.05):
     is_cat[0, [0, 2]] = True
     return X, Y, rng.integers(1, 4, n).astype(float), is_cat
 
-
-# ------------------------------------------------- a criterion in Python
 
 def gini_value(v):
     """Gini of a K by 1 column of class weights with the module's own

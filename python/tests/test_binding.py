@@ -25,8 +25,6 @@ def echo(*values, nout=None, trap=False):
                             functions={"echo": lambda *v: v[0] if len(v) == 1 else v})
 
 
-# ------------------------------------------------------------ value mapping
-
 C_ORDER = np.arange(6.0).reshape(2, 3)
 
 ROUND_TRIPS = {
@@ -97,8 +95,6 @@ def test_cell_equality():
         Cell((3,))
 
 
-# ---------------------------------------------------------- host functions
-
 class Failure(Exception):
     pass
 
@@ -149,8 +145,6 @@ def test_calls_from_several_python_threads():
     assert len(results) == 8 and all(np.array_equal(r, expected) for r in results)
 
 
-# ------------------------------------------------------------- host errors
-
 def test_host_error_carries_identifier_arguments_and_text():
     # The module's own refusal, past the check that calyx makes first.
     with pytest.raises(HostError) as info:
@@ -177,8 +171,6 @@ def test_interrupt_during_a_call_raises_keyboard_interrupt():
     arbolin.calyx(1, inputs, functions={"impurity": lambda v: np.array([[1.0]])})  # flag cleared
 
 
-# --------------------------------------------------------- printed output
-
 def verbose_inputs(criterion="gini"):
     return make_inputs(np.zeros((2, 1)), np.array([0.0, 1.0]), criterion=criterion, verbosity=1)
 
@@ -192,8 +184,6 @@ def test_printing_goes_back_to_stdout_after_capture(capfd):
     arbolin.calyx(0, verbose_inputs())
     assert capfd.readouterr().out == "".join(out)
 
-
-# ------------------------------------------------------ calyx's arguments
 
 @pytest.mark.parametrize("kwargs, error, text", [
     (dict(nout=-1), ValueError, "nout"),
@@ -210,8 +200,6 @@ def test_bad_arguments_of_calyx(kwargs, error, text):
     with pytest.raises(error, match=text):
         arbolin.calyx(args.pop("nout"), args.pop("inputs"), **args)
 
-
-# ----------------------------------------------------------------- streams
 
 def test_streams_are_numbered_apart_and_keep_their_seed():
     a, b = arbolin.Stream(1), arbolin.Stream(1)

@@ -28,8 +28,6 @@ def data(seed, n=60):
     return random_data(seed, n, weighted=True, nan=0.1, grid=20)
 
 
-# ---------------------------------------------------- the cost correction
-
 # Six rows, classes 0 1 0 1 1 1: class weights [2, 4]. C(0, 1) = 3 and
 # C(1, 0) = 1 give the factors 2 * 3 / 4 = 1.5 and 2 * 1 / 4 = 0.5, so the
 # corrected root is [3, 2] of weight 5. "error" takes the costs as they
@@ -100,8 +98,6 @@ def test_unit_costs_change_nothing(criterion, w, verbosity):
     assert costly[1] == plain[1]
 
 
-# ------------------------------------------------------ a Python criterion
-
 @pytest.mark.parametrize("verbosity", [0, 1])
 @pytest.mark.parametrize("w", [F8, F4])
 @pytest.mark.parametrize("kids", ["", "mykids"])
@@ -122,8 +118,6 @@ def test_python_gini_grows_the_gini_tree(kids, w, verbosity):
     if verbosity:                    # printing runs are serial: the calling thread only
         assert threads == {threading.get_ident()}
 
-
-# ----------------------------------------------------- a failing function
 
 class Refused(Exception):
     pass
@@ -164,12 +158,10 @@ def test_a_failing_function(name, w, value, expected, cost):
     if value is None:                 # its own error, after the module's message
         assert info.value is REFUSAL and "".join(out) == expected
     else:
-        assert info.value.identifier == ("tallix:silvan:learning:treeutils:"
-                                         f"CustomClassificationSplitCriterion:{name[2:]}:TypeMismatch")
+        assert info.value.identifier == ("tallix:silvan:learning:treeutils:Custom"
+                                         f"ClassificationSplitCriterion:{name[2:]}:TypeMismatch")
         assert info.value.args == (name, expected) and out == []
 
-
-# --------------------------------------------------------------- stress
 
 def resident_bytes():
     with open("/proc/self/statm") as f:

@@ -39,8 +39,6 @@ def regression(**settings):
     return {"criterion": "mse", "Y": RESPONSE, **settings}
 
 
-# ------------------------------------------------------------- refusals
-
 # One row for each way the check refuses an input, named by the last of its
 # settings. Many of them were reported reproductions: they crashed the
 # interpreter (SIGSEGV, SIGFPE), read past a buffer under the sanitizers, or
@@ -124,9 +122,6 @@ def test_refusal_leaves_no_host_function_and_no_capture_behind(capfd):
     assert "Processing layer 0" in capfd.readouterr().out
 
 
-# --------------------------------------------------------- valid calls
-
-
 def levels_64():
     """One nominal predictor of 64 codes, each with two classes: none merges."""
     return dict(X=np.repeat(np.arange(64.0), 2)[:, None], W=np.ones(128), rows=np.arange(128.0),
@@ -199,8 +194,6 @@ def test_valid_boundaries_grow_real_trees():
         children = arbolin.calyx(1, inputs_for(**VALID[settings]()), functions=gini_functions())
         assert children[0].shape[1] >= 3, settings
 
-
-# --------------------------------------------- the module's own refusals
 
 T = "tallix:silvan:learning:treeutils:"
 # What the module refuses when calyx does not check first (or lets pass):

@@ -41,8 +41,6 @@ def written(left, right):
     return (right, left) if left[0] > right[-1] else (left, right)
 
 
-# ------------------------------------------------------------ data
-
 def coded(seed, n, k, codes, regression=False):
     """A nominal column over `codes`, each code in at least one row, with
     class shares (or mean responses) of its own, and random weights."""
@@ -97,8 +95,6 @@ def test_mixed_tree_is_consistent(name, k, alg_cat):
         assert "Exact" in found and len(found) >= 2
 
 
-# ------------------------------------------------ merged pure values
-
 @pytest.mark.parametrize("alg_cat, counts", [(1, (2, 1)), (2, (1, 2)), (3, None), (4, (2, 1))])
 def test_every_method_finds_the_merged_level_of_class_2(alg_cat, counts):
     # Codes 3 (classes 0 0 1) and 4 (0 1 1) are levels 0 and 1; codes 1 and
@@ -134,8 +130,6 @@ def test_regression_sides_exchange_only_when_apart(means, left, right):
     assert col(t, "Gain")[0] == 100 and col(t, "NodeRisk").tolist() == [101, 0.5, 0.5]
     assert col(t, "NodeValue")[1] == np.mean([means[v] for v in left])
 
-
-# ---------------------------------------------------- method choice
 
 def root_only(X, Y, **settings):
     return run(X, Y, verbosity=2, min_parent=2, max_splits=1, **settings)
@@ -179,8 +173,6 @@ def test_method_code_without_a_choice_to_make(k, criterion, nominal, alg_cat, ma
                                                        ["Regression"] if nominal else [])
     assert_same(t, expected)
 
-
-# ------------------------------------------- against an enumeration
 
 def class_levels(x, Y, W, k):
     """The levels of a classification search as (values, class weights):
@@ -262,8 +254,6 @@ def test_regression_scan_reaches_the_best_partition(seed):
                lambda a, b: sum(sse(Y[pick(s)], W[pick(s)]) for s in (a, b)),
                lambda side: int(np.argmin(mean)) in side)
 
-
-# ---------------------------------------------------------- printing
 
 # Six rows of one numeric predictor; classes 0 0 1 0 1 1 by rising x.
 # Divisions at positions 1, 2, 3 (x 0.2, 0.3, 0.4): risks 0 + 1.5,

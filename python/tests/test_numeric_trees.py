@@ -24,8 +24,6 @@ def test_grown_tree_is_consistent_and_each_split_is_best(name, min_leaf, min_par
     check_tree(t, crit, X, Y, W, min_leaf=min_leaf, min_parent=min_parent)
 
 
-# ------------------------------------------------------ hand-worked trees
-
 def test_small_classification_tree_by_hand():
     # Classes 0 0 0 1 0 1 1 1 over x = 1..8; Gini risk of the root 8 * 0.5.
     # The cuts 3.5 ([3, 0] | [1, 4]) and 5.5 ([4, 1] | [0, 3]) both leave
@@ -78,8 +76,6 @@ def test_root_cut_by_hand(columns, y, min_leaf, cut):
                          max_splits=1))
     np.testing.assert_equal((col(t, "CutVar")[0], col(t, "CutPoint")[0]), cut)
 
-
-# ------------------------------------------------------ budget of splits
 
 # Pairs of close responses in four groups: the root parts {0, 1, 10, 11}
 # from {100, 101, 130, 131}; the right half has the larger gain (900 to 100).
@@ -137,8 +133,6 @@ def depths(t):
     return depth
 
 
-# ------------------------------------------------------------- stops
-
 @pytest.mark.parametrize("criterion, y, settings, searched, nodes", [
     # A node of MinParent rows or more is searched; a pure node is not.
     *[(c, [0, 0, 1, 1], dict(min_parent=m), m < 5, 3 if m < 5 else 1)
@@ -170,8 +164,6 @@ def test_regression_risk_tolerance_is_a_share_of_the_root_risk(risk_tol, nodes):
     assert arbolin._core._calyx_unchecked(1, inputs)[0].shape[1] == nodes
 
 
-# ------------------------------------------------------------ weights
-
 @pytest.mark.parametrize("criterion", ["gini", "mse"])
 def test_weight_of_two_is_the_row_twice(criterion):
     # Small integer responses and weights keep every sum of weights exact.
@@ -190,8 +182,6 @@ def test_weight_of_two_is_the_row_twice(criterion):
     for name in ("Gain", "NodeRisk"):
         np.testing.assert_allclose(a[name], b[name], rtol=1e-13, atol=1e-12, err_msg=name)
 
-
-# ------------------------------------------------ drawing the predictors
 
 def drawn_tree(stream, sample_size=2, calls=1):
     X, Y, _ = random_data(5, n=100, d=5)
@@ -220,8 +210,6 @@ def test_predictors_are_drawn_from_the_default_stream_too():
 def test_all_predictors_sampled_ignores_the_stream(bogus):
     assert_same(drawn_tree(bogus, sample_size=5), drawn_tree(arbolin.Stream(9), 5))
 
-
-# ------------------------------------------------------- peer check
 
 def best_two(crit, X, Y, rows, k):
     return sorted((c[0] for c in candidates(crit, X, Y, np.ones(len(Y)), rows, k, 1)))[:-3:-1]
@@ -267,8 +255,6 @@ def test_first_three_layers_agree_with_peer(regression):
     visit(0, 0, np.arange(400), 0)
     assert len(compared) >= 5
 
-
-# --------------------------------------------------- single against double
 
 @pytest.mark.parametrize("criterion, layers", [("gini", 99), ("deviance", 99), ("mse", 3)])
 def test_single_precision_grows_the_double_tree(criterion, layers):

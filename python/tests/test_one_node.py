@@ -142,8 +142,6 @@ def test_outputs_of_one_node_tree(case, nout):
     assert_same(result, one_node_outputs(inputs, stats, *types)[:nout], close=True)
 
 
-# -------------------------------------------------------------- printing
-
 @pytest.mark.parametrize("make, root", [
     (lambda **s: classification("gini", 3.0, **s), node_text(6, P, [1, 4, 1], 3)),
     (regression, node_text(6, [1], None, 10))], ids=["classification", "regression"])

@@ -42,8 +42,6 @@ def check_root(t, levels, directions, cuts, predictors, gains, associations):
         assert t[name].shape == (3, 1) and all(v.shape == (0, 0) for v in t[name].data[1:]), name
 
 
-# ------------------------------------------------ association of one predictor
-
 # Four rows of weights 0.6 0.1 | 0.05 0.25 (classes 0 0 | 1 1), MinLeaf 2, so
 # that every predictor has the one division 2 | 2. The winner x2 sends 0.7
 # left and 0.3 right: minP = 0.3. x0 puts 0.6 left-below, 0.1 left-above, 0.05
@@ -65,8 +63,6 @@ def test_worked_example_has_association_one_half():
     gain = 0.42 - gini(np.array([0.6, 0.05])) - gini(np.array([0.1, 0.25]))
     check_root(t, [""], [1], [2.5], [1], [gain], found[0])
 
-
-# --------------------------------------------------- ranked lists and routing
 
 # x0 parts classes 0 | 1 of rows 0-15; rows 16-19 are NaN in it, of classes
 # 2 3 4 5, so that the class counts of the children show where each went.
@@ -143,8 +139,6 @@ def test_without_a_positive_association_the_missing_rows_stay(surrogates):
     check_tree(t, CRITERIA["gini"], X, Y, np.ones(8))
 
 
-# ------------------------------------------- nominal surrogates, output classes
-
 # x0 splits classes 0 0 0 0 | 1 1 1 1 of rows 0-7; rows 8 and 9 are NaN in
 # x0 and in x2, a copy of x0 (times 10, plus 1). Nominal x1 holds codes
 #   3 5 3 5 | 2 7 2 3 for rows 0-7, 7 for row 8 and 9 for row 9.
@@ -189,8 +183,6 @@ def test_nominal_and_numeric_surrogates_in_the_outputs(x, y, w, surrogates):
     assert col(t, "NodeSize").tolist() == [10, 5, 5] and not col(t, "HasUnroutedRows").any()
     assert t["ClassCount"].tolist() == [[5, 5, 0], [5, 0, 5]]
 
-
-# ---------------------------------------------------------- printing
 
 @pytest.mark.parametrize("verbosity", [2, 3])
 def test_progress_text_of_the_surrogate_search(verbosity):
