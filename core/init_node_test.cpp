@@ -1,6 +1,5 @@
-// Node statistics where the outputs cannot tell: the corrected weight of a
-// node without weight, and ties of class weights (the Python tests check
-// the statistics of whole trees).
+// Node statistics the outputs cannot tell: the corrected weight of a node
+// without weight, and ties of class weights.
 #include <cmath>
 #include <string>
 

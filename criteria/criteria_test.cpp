@@ -1,6 +1,5 @@
-// The twoing criterion against values worked out by hand, in both
-// precisions, and the criteria's flags (the Python tests check the scores of
-// the criteria by hand in one-node trees and through whole trees).
+// Twoing by hand in both precisions, and the criteria's flags (the others'
+// scores: by hand in the Python one-node trees, and through whole trees).
 #include <cmath>
 
 #include <gtest/gtest.h>

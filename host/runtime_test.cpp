@@ -1,8 +1,6 @@
-// The host around a module call: host functions called by name, the
-// interrupt flag and SIGINT, calyxPrintf and its sink, and loading modules.
-// Calls through a host function that hands values back, trapped or not, are
-// the binding tests' round trips (python/tests/test_binding.py), and loading
-// the tree module is what every module test does first.
+// The host around a module call: host functions by name, the interrupt flag
+// and SIGINT, calyxPrintf, loading modules (the binding's round trips call
+// host functions, trapped or not; every module test loads the tree module).
 #include <atomic>
 #include <csignal>
 #include <cstdint>
@@ -73,8 +71,6 @@ TEST(HostFunctions, ConcurrentCallsWhileTheRegistryChanges) {
     EXPECT_NE(text.find("twice"), std::string::npos) << text;
 }
 
-// ------------------------------------------------------------------ interrupt
-
 std::atomic<int> outsideHandlerCalls{0};
 extern "C" void outsideHandler(int) { outsideHandlerCalls.fetch_add(1); }
 
@@ -116,8 +112,6 @@ TEST(Interrupt, ScopeTurnsSigintIntoARequestAndRestoresTheHandler) {
     sigaction(SIGINT, &before, nullptr);
 }
 
-// ------------------------------------------------------------------- printing
-
 struct PrintfCase {
     const char* name;
     std::function<int()> print;
@@ -157,8 +151,6 @@ TEST(Printf, FormatsAsTheModuleMeansIt) {
     }
     numora::setPrintSink(previous);
 }
-
-// ------------------------------------------------------------------- modules
 
 // A library that cannot be opened is the binding's and the tool's test.
 TEST(Module, LibraryWithoutTheEntryPointsIsRefused) {

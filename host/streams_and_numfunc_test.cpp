@@ -1,6 +1,5 @@
-// Random streams and their draws, and the special functions, each against
-// values worked out independently of the host. That a seed gives its own
-// draws, through the stream object, is the binding's test of drawn trees.
+// Random streams and the special functions against values worked out apart
+// from the host (a seed's own draws, through its object: the drawn trees).
 #include <cmath>
 #include <cstdint>
 #include <numeric>
@@ -98,8 +97,6 @@ TEST(StreamTable, DefaultStreamHandleIsComplete) {
     EXPECT_EQ(lotGetDefaultStream().stream, h.stream);
     numora::resetDefaultStream();
 }
-
-// ---------------------------------------------------------- special functions
 
 TEST(SpecialFunctions, GammaincMeetsClosedForms) {
     for (double x : {0.0, 0.1, 1.0, 5.0}) {  // shape 1: the exponential

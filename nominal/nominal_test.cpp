@@ -1,6 +1,5 @@
-// Level tables of nominal columns, and the failures of the eigen solver of
-// the PCA search (the Python tests check the searches, and the merging of
-// values of one class, through whole trees).
+// Level tables, and the PCA search's solver failures (the Python tests check
+// the searches and the merging of one-class values through whole trees).
 #include <string>
 #include <vector>
 

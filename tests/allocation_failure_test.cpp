@@ -1,7 +1,6 @@
-// Every host allocation of a fit may fail: the PCA buffers, the arrays of the
-// criterion's call-backs and the outputs. Whichever one does, on whichever
-// thread, the fit ends in a host error and gives back everything it holds,
-// and the next fit grows the same tree.
+// Every host allocation of a fit may fail (PCA buffers, call-back arrays,
+// outputs), on any thread: the fit ends in a host error, gives back all it
+// holds, and the next fit grows the same tree.
 #include <cstdint>
 #include <set>
 #include <string>
@@ -67,8 +66,7 @@ TEST_P(AllocationFailure, EveryHostAllocationOfAFitMayFail) {
                 fit(module, call, outputs);
                 ADD_FAILURE() << "allocation " << k << " of " << n << ": no error";
             } catch (const numora::Exception& e) {
-                // Only the allocation's own error: no other error caused by
-                // a half-made object on the way out.
+                // Only the allocation's own error, none from a half-made object.
                 identifiers.insert(e.identifier());
                 EXPECT_TRUE(e.identifier() == kHostMemory || e.identifier() == kPcaMemory)
                     << "allocation " << k << ": " << e.identifier() << ": " << e.text();
@@ -79,8 +77,7 @@ TEST_P(AllocationFailure, EveryHostAllocationOfAFitMayFail) {
                 ADD_FAILURE() << "allocation " << k << ": not a host error";
             }
             numora::failNthAllocation(0);
-            // The module says which call-back failed before the host
-            // raises the error again.
+            // The module names the failed call-back before the error goes on.
             const std::string text = printed.take();
             callbackFailed = callbackFailed || text.find(kCallbackFailed) != std::string::npos;
         }

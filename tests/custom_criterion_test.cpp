@@ -1,7 +1,5 @@
-// A split criterion written as host functions in C++: registered with the
-// host and called back by the module, on worker threads too, it grows the
-// tree of the built-in criterion it imitates. (A failing function is the
-// binding's test, test_a_failing_function.)
+// A criterion of C++ host functions, called back on worker threads too,
+// grows the tree of the built-in one it imitates (a failing one: the binding's).
 #include <atomic>
 #include <mutex>
 #include <set>
@@ -47,9 +45,7 @@ TEST(CustomCriterion, HostFunctionsOfCppGrowTheGiniTree) {
         calls.note();
         outputs[0] = numora::cxCreateDoubleScalar(gini(inputs[0]) + gini(inputs[1]));
     });
-    // Nothing serialises the calls from worker threads here, as the
-    // interpreter lock does for Python, so a few rounds give them the chance
-    // to overlap.
+    // No interpreter lock serialises the calls here: rounds let them overlap.
     for (int round = 0; round < 10; ++round) {
         for (const bool costs : {false, true}) {
             for (const char* kidsName : {"", "cppkids"}) {

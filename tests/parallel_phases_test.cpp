@@ -1,10 +1,7 @@
-// Whole fits through the host's module loader. Every phase of a node that
-// runs on worker threads — the removal of missing values, the curvature and
-// interaction tests, the search of numeric and nominal columns, the
-// surrogate search — grows the same tree on one thread as on two; Ctrl-C
-// stops a large fit and leaves nothing behind. Under the thread sanitizer
-// (scripts/tsan.sh) these are the fits that put each of those loops on two
-// threads.
+// Whole fits: every phase of a node that runs on worker threads (missing
+// values, curvature and interaction tests, numeric and nominal columns,
+// surrogates) grows the same tree on one thread as on two, under the thread
+// sanitizer too (scripts/tsan.sh); Ctrl-C stops a large fit cleanly.
 #include <chrono>
 #include <cmath>
 #include <cstdint>
@@ -48,9 +45,8 @@ struct PhasesData {
             response.push_back(s);
             weights.push_back(0.5 + unit(rng));
         }
-        // Weights that sum to one, as callers pass them: the chi-square
-        // tests scale them by N, and weights summing to N would make every
-        // p-value 0 and skip the interaction tests.
+        // Weights summing to one, as callers pass them: summing to N, every
+        // chi-square p-value would be 0 and skip the interaction tests.
         double total = 0;
         for (double v : weights) total += v;
         for (double& v : weights) v /= total;
@@ -99,8 +95,7 @@ TEST(ParallelPhases, OneOrTwoThreadsGrowTheSameTree) {
         fit(module, call, one, 1);
         fit(module, call, two, 2);
         EXPECT_GT(cxGetN(one[out::Children]), 20u) << name;
-        // Every phase had work: nominal splits, curvature and interaction
-        // tests, surrogates.
+        // Every phase had work.
         for (out::Position p : {out::SplitLevels, out::CurvatureTests, out::InteractionTests,
                                 out::SurrogatePredictors}) {
             EXPECT_GT(filled(one[p]), 0u) << name << ", " << contract::outputName(p);

@@ -1,7 +1,5 @@
-// What the C++ tests that go through the host's module loader share: the
-// inputs of a tree call by their positions in the contract, its outputs,
-// fits on a given number of threads, a Gini criterion as host functions,
-// and the capture of printed text.
+// The C++ fits' shared pieces: inputs by contract position, outputs, fits on
+// some threads, a Gini criterion as host functions, printed text.
 #pragma once
 
 #include <algorithm>
@@ -81,12 +79,10 @@ struct TreeCall {
     }
 };
 
-// 60 rows and three classes for the fits with criteria of host functions: a
-// numeric predictor, a nominal one of 9 levels searched by PCA, and a noisy
-// copy of the first that can stand in for it; some values missing in each.
-// MinParent 4, two surrogates, the costs when asked. Without costs only the
-// surrogate search runs on worker threads; with them the column bodies (and
-// PCA) do too.
+// 60 rows, three classes, for criteria of host functions: a numeric
+// predictor, a nominal one of 9 levels (PCA) and a noisy copy of the first,
+// some values missing; MinParent 4, two surrogates, costs when asked (then the
+// column searches run on worker threads too, not only the surrogates).
 inline TreeCall sixtyRows(bool costs) {
     const std::uint64_t N = 60, D = 3;
     std::mt19937_64 rng(23);
