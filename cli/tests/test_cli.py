@@ -1,7 +1,5 @@
-"""The arbolin command-line tool, driven as a user drives it: by subprocess,
-on the bundled data and on small files written here. The binary comes from
-$ARBOLIN_CLI; arbolin.calyx (PYTHONPATH=build/python) gives the trees to
-compare with."""
+"""The arbolin tool driven as a user drives it, on the bundled data and small
+files written here, against the trees of arbolin.calyx and trees by hand."""
 
 import csv
 import json
@@ -63,8 +61,7 @@ def test_bundled_tree_equals_the_calyx_tree(tmp_path, name, options, response, n
 
 
 def mixed_rows(seed, n=240):
-    """Numbers with gaps written every way, a nominal column with quoted
-    labels, weights and a response that depends on all of them."""
+    """Gaps written every way, quoted labels, weights, and a response of all."""
     rng = np.random.default_rng(seed)
     a, b = rng.normal(size=n), rng.uniform(0, 10, n)
     colour = rng.choice(["red", "blue", "green, dark", 'say "grey"'], n)

@@ -1,6 +1,5 @@
-"""What the tool writes and answers: write failures are errors, a cost
-matrix decides the predicted class everywhere, predict needs only the
-columns the tree looks at, a response of too many classes gets a warning."""
+"""What the tool writes and answers: write failures, the class that costs
+decide, the columns predict needs, the warning for too many classes."""
 
 import json
 import os

@@ -1,8 +1,5 @@
-"""How the arbolin tool reads its CSV and cost files: the delimiter, the
-encoding, missing-value tokens, forced and ignored columns, the range of
-single precision, and the order of a cost file. Most checks are
-differential: the same data written two ways must grow the same tree, bit
-for bit. The refusals are in test_cli_refusals."""
+"""How the tool reads CSV and cost files, mostly differentially: the same data
+written two ways grows the same tree, bit for bit (refusals: test_cli_refusals)."""
 
 import json
 

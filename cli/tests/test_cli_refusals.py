@@ -1,6 +1,5 @@
-"""Every input the tool refuses, with the exit status and the words of its
-message: data files, options, cost files, encodings, model files and
-commands. All files are written once, in one folder, by the fixture."""
+"""Every way the tool refuses an input, with its exit status and the words of
+its message; the fixture writes all the files once, in one folder."""
 
 import json
 

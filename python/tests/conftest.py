@@ -1,7 +1,5 @@
-"""Shared pieces of the arbolin tests: the module's inputs by name with their
-defaults, its outputs by name, comparisons of host values, reference
-criteria with a brute-force search of numeric cuts, a checker of whole
-trees, and the random data that trees are grown on."""
+"""Shared pieces of the arbolin tests: inputs and outputs by name, comparisons,
+reference criteria and numeric cuts, a checker of whole trees, random data."""
 
 import math
 import threading
@@ -36,10 +34,8 @@ SLOT = {keyword: k for k, (keyword, _) in enumerate(INPUTS)}
 
 
 def make_inputs(X, Y, **settings):
-    """The list of twenty inputs for data X (N by D) and response Y, with
-    `settings` by the keywords of KEYWORDS replacing the defaults: unit
-    weights, every row, numeric predictors, N - 1 splits, every predictor in
-    every node."""
+    """The twenty inputs for X (N by D) and Y, `settings` by KEYWORDS replacing
+    the defaults: unit weights, every row and predictor, N - 1 splits."""
     if set(settings) - set(SLOT):
         raise TypeError(f"unknown inputs: {sorted(set(settings) - set(SLOT))}")
     X = np.asarray(X)
@@ -74,9 +70,8 @@ def node_text(prob, shares, counts, risk):
 
 
 def assert_same(actual, expected, where="outputs", close=False):
-    """Same class, shape and contents: bit for bit, or with `close` floating
-    values to a relative 1e-12 (1e-6 in single precision), NaN equal to NaN.
-    Outputs come as dicts by name or as sequences in the order of the outputs."""
+    """Same class, shape and contents, bit for bit or with `close` to 1e-12 (1e-6
+    in single), NaN equal; outputs as dicts by name or sequences in order."""
     if isinstance(expected, (dict, tuple, list)):
         named = isinstance(expected, dict)
         assert (actual.keys() == expected.keys()) if named else len(actual) == len(expected), where
@@ -131,8 +126,7 @@ FACTORS = len(COST) * COST.sum(1) / COST.sum()
 
 
 class Crit:
-    """A criterion as the search sees it: how class weights are corrected,
-    the value of one set and of a split."""
+    """A criterion as the search sees it: corrected weights, a set's value, a split's."""
 
     def __init__(self, name, cost=None, parent=None, corrected=False):
         self.name, self.cost, self.parent = name, cost, parent
@@ -189,9 +183,8 @@ def gain_of(crit, Y, W, k, rows, sides):
 
 
 def candidates(crit, X, Y, W, rows, k, min_leaf, is_cat=None):
-    """Every legal cut of every numeric predictor at a node of `rows`, as
-    (gain, j, cut). The parent's risk is charged in the share of the node's
-    weight that has a value in the predictor."""
+    """Every legal cut of every numeric predictor at a node of `rows` as (gain, j,
+    cut), the risk charged in the share of the weight present in the predictor."""
     y, w = Y[rows], W[rows]
     risk = node_risk(crit, y, w, k)
     total = w.sum() if crit.regression else (class_weights(y, w, k) * crit.factors).sum()
@@ -231,21 +224,17 @@ def levels(t, i):
 
 
 def could_split(X, Y, rows, min_leaf):
-    """Some predictor has at least 2 MinLeaf rows with a value, and the
-    response and the values both vary among them."""
+    """Some predictor has 2 MinLeaf rows with a value, and response and values vary."""
     return any(p.sum() >= 2 * min_leaf and np.ptp(Y[rows][p]) > 0 and np.ptp(x[p]) > 0
                for x, p in ((x, ~np.isnan(x)) for x in X[rows].T))
 
 
 def check_tree(t, crit, X, Y, W, is_cat=None, min_leaf=1, min_parent=2, complete=True):
-    """The tree's own consistency, and each node against the rows that reach
-    it when they are routed by the splits: by a numeric one as x < CutPoint,
-    by a nominal one to the side whose level list holds the value, a missing
-    value nowhere. The gain is that of the routed rows; a numeric cut is a
-    legal midpoint and no numeric cut does better (twoing, not reduced to
-    boundary points, is checked for its value only). `complete`: no leaf
-    could have been split (a budget of splits leaves some). Returns the
-    number of nominal splits."""
+    """The tree's consistency and each node against the rows routed to it (x <
+    CutPoint, the level list holding the value, a missing value nowhere): the
+    gain is theirs, a numeric cut a legal midpoint that none beats (twoing: its
+    value only). `complete`: no leaf could have been split. Returns the number
+    of nominal splits."""
     is_cat = np.zeros(X.shape[1], bool) if is_cat is None else np.ravel(is_cat)
     k, n = t["ClassCount"].shape[0], t["NodeSize"].shape[0]
     kids = t["Children"].astype(int) - 1
@@ -307,9 +296,8 @@ def check_tree(t, crit, X, Y, W, is_cat=None, min_leaf=1, min_parent=2, complete
 
 
 def random_data(seed, n=80, d=3, k=3, regression=False, weighted=False, nan=0.0, grid=0):
-    """Predictors in [0, 1) (on a grid of 1/grid, with ties, when given), k
-    classes or a response that follow them loosely, small integer weights
-    (sums of weights stay exact), NaN in a share `nan` of the values."""
+    """Predictors in [0, 1) (on a 1/grid grid, with ties), k classes or a response
+    loosely following them, small integer weights, a share `nan` of NaN."""
     rng = np.random.default_rng(seed)
     X = rng.random((n, d))
     if grid:
@@ -326,8 +314,7 @@ def random_data(seed, n=80, d=3, k=3, regression=False, weighted=False, nan=0.0,
 
 
 def mixed_data(seed, k, regression=False, extra=0, n=160, nan=0.05):
-    """Nominal columns of 6 and of 12 codes around a numeric one (and
-    `extra` numeric ones more), all bearing on the response."""
+    """Nominal columns of 6 and 12 codes around numeric ones, all bearing on Y."""
     rng = np.random.default_rng(seed)
     a, b = rng.integers(0, 6, n), rng.integers(0, 12, n)
     u = rng.random((n, 1 + extra))
@@ -355,8 +342,7 @@ def gini_value(v):
 
 
 def gini_functions(seen=None, threads=None):
-    """Host functions myparent and mykids of a Gini criterion, noting their
-    arguments and the threads that call them."""
+    """Host functions myparent and mykids of Gini, noting arguments and threads."""
     def note(*values):
         if threads is not None:
             threads.add(threading.get_ident())

@@ -1,8 +1,5 @@
-"""The Python binding itself: how values cross to the host and back, how
-host errors and Python errors come out, host functions backed by Python
-callables, the capture of printed text, and the checks of calyx's own
-arguments. Values make the round trip through a host function that hands
-back what it gets, called the way the module calls back into the host."""
+"""The Python binding: values to the host and back (through a host function
+that hands back what it gets), errors, host functions, printing, arguments."""
 
 import os
 import pickle

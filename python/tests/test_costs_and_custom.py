@@ -1,7 +1,5 @@
-"""Misclassification costs and split criteria written as host functions in
-Python: the cost correction worked out by hand, costs that change nothing,
-a Python Gini that grows the built-in tree bit for bit, the errors of a user
-function, and many trees whose call-backs arrive on worker threads."""
+"""Costs (the correction by hand, costs that change nothing) and criteria of
+Python host functions: the Gini tree bit for bit, failures, worker threads."""
 
 import gc
 import os
@@ -23,8 +21,7 @@ KIDS_FAILED = "The split criterion function 'mykids' failed on the class weights
 
 
 def data(seed, n=60):
-    """Three predictors on a grid (with ties), NaN in some, three classes
-    that follow them loosely, small integer weights."""
+    """Three gridded predictors, some NaN, three classes, small integer weights."""
     return random_data(seed, n, weighted=True, nan=0.1, grid=20)
 
 
@@ -124,8 +121,7 @@ class Refused(Exception):
 
 
 def failing_functions(name, fail):
-    """Gini functions whose `name` does `fail()` on its tenth call, after
-    the root's risk and well into the search."""
+    """Gini functions whose `name` calls `fail()` the tenth time, mid-search."""
     functions = gini_functions()
     good, calls = functions[name], []
 

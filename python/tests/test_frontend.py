@@ -1,7 +1,5 @@
-"""The command line and the Python package share one front-end library: the
-same CSV grown by `arbolin fit` and by arbolin.fit gives the same 22 outputs
-and the same predictions, and a model file written by either is read by the
-other. The binary comes from $ARBOLIN_CLI."""
+"""`arbolin fit` and arbolin.fit share one front end: the same CSV gives the
+same outputs and predictions, and each reads the other's model file."""
 
 import csv
 import json
@@ -30,8 +28,7 @@ def run(*args):
 
 
 def read_csv(path):
-    """Columns as a data frame reader gives them: float64 where every value
-    is a number or missing (NaN), else text (None for missing)."""
+    """Columns as a data frame reader gives them: float64 (NaN missing), else text."""
     with open(path, newline="") as f:
         header, *rows = list(csv.reader(f))
     columns = {}

@@ -1,7 +1,5 @@
-"""calyx checks the module's twenty inputs before the call, for the module
-trusts its caller: an input it would misread raises TypeError (class or
-shape) or ValueError (value), naming the input by position and name, and a
-valid call gives the outputs of the unchecked call."""
+"""calyx checks the twenty inputs before the call: a TypeError or ValueError
+names a misread input; a valid call gives the unchecked call's outputs."""
 
 import numpy as np
 import pytest
@@ -21,8 +19,7 @@ F4 = np.float32
 
 
 def inputs_for(**settings):
-    """Valid inputs of a classification on X, with `settings` by the keywords
-    of conftest.KEYWORDS; X then replaces X, whatever it is."""
+    """Valid classification inputs, `settings` by KEYWORDS (X: whatever it is)."""
     x, y = settings.pop("X", X), settings.pop("Y", CLASSES)
     inputs = make_inputs(X, y, **{"min_parent": 2, **settings})
     inputs[SLOT["X"]] = x

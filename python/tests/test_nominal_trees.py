@@ -1,7 +1,5 @@
-"""Trees on nominal predictors: the level lists that a split writes and the
-rows they route, values of one class merged into one level, the choice among
-the search methods, the partitions found against a brute-force enumeration,
-and the printed progress of a search (numeric ones too)."""
+"""Trees on nominal predictors: level lists and the rows they route, merged
+levels, the choice of search method, partitions against an enumeration."""
 
 import re
 
@@ -17,9 +15,8 @@ FOUND = "     Found nominal split with %i and %i levels by method %s.\n"
 
 
 def run(X, Y, crit=None, verbosity=0, unchecked=False, **settings):
-    """All outputs of one call by name, and its printed text. Every
-    predictor is nominal unless `is_cat` says otherwise. `unchecked` calls
-    the module without calyx's check, for settings that calyx refuses."""
+    """All outputs by name and the printed text, predictors nominal unless
+    `is_cat` says otherwise; `unchecked` skips calyx's check."""
     X = np.asarray(X)
     settings.setdefault("is_cat", np.ones((1, X.shape[1]), dtype=bool))
     inputs = (crit.inputs if crit else make_inputs)(X, Y, verbosity=verbosity, **settings)
@@ -42,8 +39,7 @@ def written(left, right):
 
 
 def coded(seed, n, k, codes, regression=False):
-    """A nominal column over `codes`, each code in at least one row, with
-    class shares (or mean responses) of its own, and random weights."""
+    """A nominal column over `codes` with class shares (or means) of their own."""
     rng = np.random.default_rng(seed)
     level = rng.permutation(np.arange(n) % len(codes))
     W = rng.uniform(0.2, 3.0, n)
@@ -56,8 +52,7 @@ def coded(seed, n, k, codes, regression=False):
 
 
 def random_column(seed, k=1, regression=False):
-    """4 to 8 arbitrary real codes over 30 to 200 rows; some codes may turn
-    out to be seen with one class only."""
+    """4 to 8 real codes over 30 to 200 rows, some seen with one class only."""
     rng = np.random.default_rng(1000 + seed)
     codes = rng.choice(np.arange(-40, 60), rng.integers(4, 9), replace=False) * 0.75
     x, Y, W = coded(seed, int(rng.integers(30, 201)), k, codes, regression)
@@ -65,8 +60,7 @@ def random_column(seed, k=1, regression=False):
 
 
 def mixed_codes(seed, k, count, n=150):
-    """`count` codes, each seen with classes 0 and 1 at least, so that no
-    value merges with another."""
+    """`count` codes, each seen with classes 0 and 1: no value merges."""
     x, Y, W = coded(seed, n, k, np.arange(count) * 1.5 - 4)
     for c in np.unique(x):
         Y[np.flatnonzero(x == c)[:2]] = [0, 1]
@@ -175,9 +169,8 @@ def test_method_code_without_a_choice_to_make(k, criterion, nominal, alg_cat, ma
 
 
 def class_levels(x, Y, W, k):
-    """The levels of a classification search as (values, class weights):
-    values seen with two classes or more one a level, in rising order, then
-    the values seen with one class only, one level a class."""
+    """A classification's levels as (values, class weights): each value seen with
+    two classes or more, rising, then the one-class values, a level a class."""
     ordinary, pure = [], {}
     for v in np.unique(x):
         seen = np.unique(Y[x == v]).astype(int)
@@ -190,8 +183,7 @@ def class_levels(x, Y, W, k):
 
 
 def best_partitions(groups, value):
-    """Every partition of the levels into two sides, the last level on the
-    second, as (crit, first side, second side), best first."""
+    """Every partition (last level on the second side) as (crit, sides), best first."""
     found = []
     for mask in range(1, 2 ** (len(groups) - 1)):
         sides = [[c for c in range(len(groups)) if (mask >> c & 1) == bit] for bit in (1, 0)]
@@ -204,9 +196,8 @@ def class_value(crit, groups):
 
 
 def check_root(crit, X, Y, W, k, groups, value, first_left, **settings):
-    """The root's gain against the best partition; when that is unique, the
-    written levels too. `first_left(side)` tells whether the finder leaves
-    a side of the best partition on the left."""
+    """The root's gain against the best partition and, unique, its written levels;
+    `first_left(side)`: the finder leaves that side of it on the left."""
     t, _ = run(X, Y, crit, W=W, min_parent=2, max_splits=1, **settings)
     root = node_risk(crit, Y, W, k)
     ranked = best_partitions(groups, value)

@@ -1,7 +1,5 @@
-"""Whole trees grown on numeric predictors: the shape of the tree and the
-statistics of its nodes against a reference search, small trees worked out by
-hand, the budget of splits, the stops, weights, the random choice of
-predictors, a peer implementation, and single against double precision."""
+"""Trees on numeric predictors against a reference search, by hand, under a
+budget, stops, weights, drawn predictors, a peer, single against double."""
 
 import numpy as np
 import pytest

@@ -1,7 +1,5 @@
-"""Trees that are their root alone: the root is never split here, because it
-has fewer rows than MinParent (or MaxSplits is 0). Checks what the module
-reports of such a tree: every output's class, shape and value, by criterion,
-by output count and in single precision, and the printed progress."""
+"""Trees that are their root alone (fewer rows than MinParent, or MaxSplits
+0): every output's class, shape and value, and the printed progress."""
 
 import numpy as np
 import pytest
@@ -92,8 +90,7 @@ CASES = {name: (inputs, stats) for name, inputs, stats in cases()}
 
 
 def one_node_outputs(inputs, stats, x=F8, y=F8, w=F8):
-    """The 22 outputs of a one-node tree grown from `inputs` by the driver of
-    element types x, y and w."""
+    """The 22 outputs of a one-node tree of `inputs`, by the driver of x, y, w."""
     curvature, interaction, surrogates = (inputs[SLOT[k]] for k in ("curvature", "interaction",
                                                                      "surrogates"))
 

@@ -1,8 +1,5 @@
-"""Choosing the predictors of a node by curvature and interaction tests: the
-p-values of the F and chi-square tests against their textbook forms (weights
-summing to 1, every row at the root: the scale on which the module's
-statistics are the textbook ones), the bins of a numeric predictor, the pair
-tests, each branch of the choice, and the printed progress."""
+"""Curvature and interaction tests against their textbook p-values (weights
+summing to 1 at the root), bins, each branch of the choice, the printed text."""
 
 import re
 
@@ -110,8 +107,7 @@ def check_choice(t, block, expected):
 
 
 def single_predictor_data(test, seed, k, nan):
-    """Three predictors and k classes (1: a response) for the F test, the
-    chi-square test on bins, or on the levels of nominal predictors."""
+    """Three predictors and k classes (1: a response) for the F, bins or levels test."""
     if test == "levels":
         rng = np.random.default_rng(seed)
         X = rng.integers(0, 5, (150, 3)).astype(float)
@@ -200,8 +196,7 @@ def test_a_child_keeps_the_scale_of_the_whole_data(chisq):
 
 
 def xor_data(seed, regression=False, nominal=False, nan=0.0, n=240):
-    """The response is the exclusive or of the signs of predictors 0 and 1
-    (as nominal ones, of four levels -1.5 to 1.5); predictor 2 is noise."""
+    """Y the exclusive or of the signs of x0 and x1 (nominal: 4 levels); x2 noise."""
     rng = np.random.default_rng(seed)
     X = rng.uniform(-1, 1, (n, 3))
     if nominal:

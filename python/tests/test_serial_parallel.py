@@ -1,6 +1,5 @@
-"""A printing run searches every node serially; a silent one puts the column
-searches, the tests of the predictors and the surrogate search on worker
-threads. Both must grow the same tree, bit for bit, in both precisions."""
+"""A printing run searches serially, a silent one on worker threads: both grow
+the same tree, bit for bit, in both precisions."""
 
 import numpy as np
 import pytest

@@ -1,7 +1,5 @@
-"""Surrogate splits: how well another predictor imitates the winner's split
-(numeric with its orientation, nominal with its level lists), the surrogate's
-own gain, the ranked lists of outputs 17 to 22, and the routing of the rows
-that are missing in the winner."""
+"""Surrogate splits: association (numeric with orientation, nominal by level
+lists), own gain, the ranked lists of outputs 17 to 22, routing of missing rows."""
 
 import numpy as np
 import pytest
