@@ -128,20 +128,18 @@ def test_a_saved_model_reloads_to_the_same_tree(tmp_path):
     header, rows = mixed_rows(5)
     data = write_csv(tmp_path / "m.csv", header[:5], [r[:5] for r in rows])
     model, done = fit(tmp_path, data, "--response", "grade", "--surrogates", "1")
-    shown = run("show", tmp_path / "model.json", status=0)
     tree = done.stdout.split(":\n", 1)[1].split("nodes ")[0]
-    assert shown.stdout == tree
+    assert run("show", tmp_path / "model.json", status=0).stdout == tree
     assert "colour in {" in tree and "(missing " in tree
     dot = run("show", tmp_path / "model.json", "--format", "dot").stdout
-    n = len(column(model, "NodeSize"))
-    assert dot.startswith("digraph") and dot.count("->") == n - 1
+    assert dot.startswith("digraph") and dot.count("->") == len(column(model, "NodeSize")) - 1
 
 
 def test_iris_rules_and_summary(tmp_path):
     model, done = fit(tmp_path, "iris")
     printed = done.stdout
-    assert ("2) petal_length < 2.45  n=50  setosa  (setosa 1, versicolor 0, virginica 0) *"
-            in printed)
+    assert "2) petal_length < 2.45  n=50  setosa  (setosa 1, versicolor 0, virginica 0) *" \
+        in printed
     assert "3) petal_length >= 2.45" in printed
     assert "nodes 11, leaves 6, depth 4" in printed and "training accuracy 0.98" in printed
     assert model["options"]["criterion"] == "gini" and model["options"]["max-splits"] == 149
@@ -171,18 +169,17 @@ def test_predict_follows_surrogates_of_a_handmade_model(tmp_path):
     outputs = {
         "Children": array("double", [2, 5], [2, 3, 0, 0, 4, 5, 0, 0, 0, 0]),
         "ClassCount": array("double", [1, 5], [9, 4, 5, 2, 3]),
-        "ClassProb": array("double", [1, 5], [1] * 5), "CurvatureTests": array("cell", [0, 0], []),
+        "ClassProb": array("double", [1, 5], [1] * 5),
+        **{k: array("cell", [0, 0], []) for k in ("CurvatureTests", "InteractionTests")},
         "SplitLevels": array("cell", [5, 2], [None, None, numbers(0), None, None,
                                               None, None, numbers(1, 2), None, None]),
         "CutPoint": nodes("double", 0.5, None, None, None, None),
-        "CutVar": nodes("double", 1, 0, 3, 0, 0),
-        "HasUnroutedRows": nodes("logical", True, False, True, False, False),
-        "InteractionTests": array("cell", [0, 0], []),
-        "IsBranch": nodes("logical", True, False, True, False, False),
+        "CutVar": nodes("double", 1, 0, 3, 0, 0), "Gain": nodes("double", 1, 0, 1, 0, 0),
+        **{k: nodes("logical", True, False, True, False, False)
+           for k in ("HasUnroutedRows", "IsBranch")},
         "NodeValue": nodes("double", 0, 10, 20, 30, 40),
         "NodeProb": nodes("double", 1, .4, .6, .2, .4), "NodeSize": nodes("double", 9, 4, 5, 2, 3),
         "Parent": nodes("double", 0, 1, 1, 3, 3), "NodeRisk": nodes("double", 1, 1, 1, 1, 1),
-        "Gain": nodes("double", 1, 0, 1, 0, 0),
         "SurrogateLevels": root_only(array("cell", [1, 2], [
             {"class": "char", "shape": [0, 0], "text": ""},
             array("cell", [1, 2], [numbers(0), numbers(1, 2)])]), array("cell", [0, 0], [])),

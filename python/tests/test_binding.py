@@ -128,8 +128,8 @@ def test_functions_are_registered_for_the_call_only():
 
 
 def test_calls_from_several_python_threads():
-    # Each call lets go of the interpreter while the module runs. (Host
-    # functions and output capture are host-wide, so these calls use neither.)
+    # Each call lets go of the interpreter (no host functions or capture here:
+    # they are host-wide).
     inputs = make_inputs(np.zeros((3, 1)), np.array([0.0, 1.0, 1.0]))
     expected = arbolin.calyx(15, inputs)[14]
     results = []
@@ -155,8 +155,8 @@ def test_host_error_carries_identifier_arguments_and_text():
 
 
 def test_interrupt_during_a_call_raises_keyboard_interrupt():
-    # The custom criterion's first call, for the root's risk, plays the user
-    # pressing Ctrl-C; the search of the root then stops at its next check.
+    # The criterion's first call plays the user pressing Ctrl-C; the search of
+    # the root stops at its next check.
     def impurity(v):
         os.kill(os.getpid(), signal.SIGINT)
         return np.array([[1.0]])

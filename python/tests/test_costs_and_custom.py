@@ -51,7 +51,6 @@ def test_two_class_costs_reweight_every_node(criterion, w):
                          verbosity=1, criterion=custom() if criterion == "custom" else criterion)
     t, text = grow_text(inputs, functions=gini_functions(seen))
     factors = np.array([1.0, 1.0] if criterion == "error" else [1.5, 0.5], w)
-    # The root by hand.
     assert t["NodeProb"][0, 0] == 6 and t["NodeRisk"].dtype == w
     assert re.search(r"  Corrected NodeProb = (.*)\n  ClassProb: .*\n  Corrected ClassProb: (.*)\n",
                      text).groups() == (("6", " 2 4") if criterion == "error" else ("5", " 3 2"))
@@ -86,9 +85,8 @@ def test_unit_costs_change_nothing(criterion, w, verbosity):
     plain = grow_text(make_inputs(X, Y, **settings))
     costly = grow_text(make_inputs(X, Y, cost=(1 - np.eye(3)).astype(w), **settings))
     assert plain[0]["NodeSize"].shape[0] > 7
-    # A node's class weights come back from its shares times its weight, so
-    # they need not be whole: then the sum of the others that the costs give
-    # and the total less the largest that "error" takes alone may round apart.
+    # Class weights (shares times weight) need not be whole: the costs' sum of
+    # the others and error's total less the largest may round apart.
     loose = {"NodeRisk", "Gain"} if criterion == "error" else set()
     for name in OUTPUTS:
         assert_same(costly[0][name], plain[0][name], name, close=name in loose)
@@ -108,8 +106,7 @@ def test_python_gini_grows_the_gini_tree(kids, w, verbosity):
     assert expected["NodeSize"].shape[0] > 9
     assert_same(t, expected)
     assert custom_text == text
-    # Columns of K class weights of the weights' class; the kids function
-    # when one is named, else two parent calls.
+    # K by 1 class weights of W's class; kids calls when named, else parent's.
     assert {(v.dtype, v.shape) for values in seen for v in values} == {(np.dtype(w), (3, 1))}
     assert any(len(values) == 2 for values in seen) == bool(kids)
     if verbosity:                    # printing runs are serial: the calling thread only
@@ -141,9 +138,8 @@ REFUSAL = Refused("no impurity today")
     ("mykids", F4, np.array([[1.0]]), "single"),
     ("myparent", F8, np.array([[1]], np.int64), "double")])
 def test_a_failing_function(name, w, value, expected, cost):
-    # Without costs the search of columns is serial and the surrogate search
-    # parallel; with costs every phase may run on worker threads. The
-    # function raises its own error, or answers a value of the wrong class.
+    # With costs every phase may run on worker threads, else the surrogates'
+    # only. The function raises its own error, or answers the wrong class.
     X, Y, W = data(7)
     inputs = make_inputs(X, Y, W=W.astype(w), criterion=custom(name * (name == "mykids")),
                          cost=COST.astype(w) if cost else EMPTY, min_parent=3, surrogates=1)

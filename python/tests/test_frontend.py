@@ -95,20 +95,16 @@ def test_cli_and_python_grow_the_same_tree(case, tmp_path, mixed):
     (tmp_path / "cost.csv").write_text(COST_FILE)
     flags = [tmp_path / "cost.csv" if flag == "COST" else flag for flag in flags]
     options = {k: tmp_path / "cost.csv" if str(v) == "COST" else v for k, v in options.items()}
-    cli_model = tmp_path / "cli.json"
+    cli_model, py_model, columns = tmp_path / "cli.json", tmp_path / "py.json", read_csv(path)
     run("fit", path, "--response", response, "--output", cli_model, *flags)
-    model = arbolin.fit(read_csv(path), response, **options)
-    py_model = tmp_path / "py.json"
+    model = arbolin.fit(columns, response, **options)
     model.save(py_model)
-
     cli_json, py_json = json.loads(cli_model.read_text()), json.loads(py_model.read_text())
-    assert py_json["outputs"] == cli_json["outputs"]
     assert list(py_json["outputs"]) == list(arbolin.OUTPUT_NAMES)
-    for key in ("task", "response", "predictors", "weights", "precision"):
-        assert py_json[key] == cli_json[key]
+    for key in ("outputs", "task", "response", "predictors", "weights", "precision"):
+        assert py_json[key] == cli_json[key], key
 
     # The CLI's predictions with its own model and with Python's, and Python's.
-    columns = read_csv(path)
     for saved in (cli_model, py_model):
         out = list(csv.DictReader(run("predict", saved, path).splitlines()))
         expected = model.predict(columns)
@@ -119,9 +115,8 @@ def test_cli_and_python_grow_the_same_tree(case, tmp_path, mixed):
                 expected.astype(kind))
         else:
             assert [r["prediction"] for r in out] == list(expected)
-            proba = model.predict_proba(columns)
-            for k, label in enumerate(model.classes):
-                assert [float(r["prob_" + label]) for r in out] == list(proba[:, k])
+            assert [[float(r["prob_" + c]) for c in model.classes] for r in out] == \
+                model.predict_proba(columns).tolist()
         assert [int(r["node"]) - 1 for r in out] == list(model.apply(columns))
     assert run("show", py_model) == run("show", cli_model)
 

@@ -36,10 +36,8 @@ def regression(**settings):
     return {"criterion": "mse", "Y": RESPONSE, **settings}
 
 
-# One row for each way the check refuses an input, named by the last of its
-# settings. Many of them were reported reproductions: they crashed the
-# interpreter (SIGSEGV, SIGFPE), read past a buffer under the sanitizers, or
-# grew a wrong tree.
+# A row for each way the check refuses, naming the input of the last setting;
+# many were reported crashes, sanitizer reports or wrong trees.
 TE, VE = TypeError, ValueError
 REFUSED = {
     "X a str": (TE, dict(X="abc")), "Y shorter than X": (TE, dict(Y=CLASSES[:-1])),
@@ -126,8 +124,7 @@ def levels_64():
                 is_cat=np.ones((1, 1), bool), sample_size=1, max_splits=1)
 
 
-# Boundary values that must still pass. Each is a function, so that each
-# call gets fresh streams.
+# Boundary values that pass; functions, for fresh streams each call.
 VALID = {
     "defaults": lambda: {},
     "MinLeaf 1, MinParent 1": lambda: dict(min_leaf=1, min_parent=1),
@@ -193,8 +190,8 @@ def test_valid_boundaries_grow_real_trees():
 
 
 T = "tallix:silvan:learning:treeutils:"
-# What the module refuses when calyx does not check first (or lets pass):
-# the call, the output count, the inputs, and the identifier and arguments.
+# What the module refuses unchecked (or let pass): call, output count,
+# inputs, identifier and arguments.
 MODULE_REFUSALS = {
     "19 inputs": (_core._calyx_unchecked, 1, lambda: inputs_for()[:19],
                   T + "weaveCanopy:BadNumberOfInputArgs", (20,)),

@@ -8,7 +8,6 @@ import arbolin
 from arbolin import Cell
 from conftest import F4, F8, NAN, SLOT, assert_same, deviance, make_inputs, node_text
 
-# Five rows of two numeric predictors.
 X = np.array([[1.0, 5.0], [2.0, 4.0], [3.0, 3.0], [4.0, 2.0], [5.0, 1.0]])
 W = np.array([1.0, 2.0, 1.0, 1.0, 1.0])
 
@@ -17,8 +16,8 @@ W = np.array([1.0, 2.0, 1.0, 1.0, 1.0])
 # [1/6, 4/6, 1/6], NodeValue = 1 (the heaviest class), ClassCount = [1, 3, 1].
 CLASSES = np.array([0.0, 1.0, 1.0, 2.0, 1.0])
 P = [1 / 6, 4 / 6, 1 / 6]
-# Misclassification costs, C[i, k] for true class i assigned to class k.
-# v.C(:, k) is 0 + 8 + 1 = 9, 1 + 0 + 3 = 4 and 5 + 4 + 0 = 9: the least, 4.
+# Costs C[i, k] of class i assigned to class k: v.C(:, k) is 0 + 8 + 1 = 9,
+# 1 + 0 + 3 = 4 and 5 + 4 + 0 = 9; the least, 4.
 COST = np.array([[0.0, 1.0, 5.0], [2.0, 0.0, 1.0], [1.0, 3.0, 0.0]])
 
 # Regression: response [1, 2, 4, 0, 3] with the weights W. Weighted mean
@@ -148,8 +147,7 @@ def test_verbose_run_prints_root_and_layers(make, root, verbosity, max_splits):
     out = []
     arbolin.calyx(1, inputs, out=out)
     assert all(isinstance(text, str) for text in out)
-    # The root's statistics come before the loop, which prints nothing when
-    # MaxSplits leaves no split to make.
+    # The root's statistics, then the loop unless MaxSplits leaves no split.
     layer = ("\nProcessing layer 0 with maximal number of splits 1...\n"
              "    Splitting node 0...\n    Found 0 split candidates.\n")
     assert "".join(out) == (root + (layer if max_splits else "")) * verbosity
