@@ -71,16 +71,6 @@ struct PhasesData {
     }
 };
 
-// How many elements of a cell are set and not empty.
-std::uint64_t filled(const cxArray* cell) {
-    std::uint64_t count = 0;
-    for (std::uint64_t i = 0; i < cxGetNumberOfElements(cell); ++i) {
-        const cxArray* a = cxGetCell(cell, i);
-        count += a != nullptr && !cxIsEmpty(a);
-    }
-    return count;
-}
-
 TEST(ParallelPhases, OneOrTwoThreadsGrowTheSameTree) {
     numora::Module module(ARBOLIN_MODULE_PATH);
     const PhasesData phases;

@@ -138,11 +138,8 @@ inline bool sameArray(const cxArray* a, const cxArray* b) {
     const std::uint64_t count = cxGetNumberOfElements(a);
     if (cxGetClassID(a) == cxCELL_CLASS) {
         for (std::uint64_t i = 0; i < count; ++i) {
-            const cxArray* ea = cxGetCell(a, i);
-            const cxArray* eb = cxGetCell(b, i);
-            if ((ea == nullptr) != (eb == nullptr) || (ea != nullptr && !sameArray(ea, eb))) {
-                return false;
-            }
+            const cxArray *ea = cxGetCell(a, i), *eb = cxGetCell(b, i);
+            if (ea != eb && (ea == nullptr || eb == nullptr || !sameArray(ea, eb))) return false;
         }
         return true;
     }
@@ -150,6 +147,16 @@ inline bool sameArray(const cxArray* a, const cxArray* b) {
                               : cxGetClassID(a) == cxSINGLE_CLASS ? 4
                                                                   : 1;
     return count == 0 || std::memcmp(cxGetData(a), cxGetData(b), count * bytes) == 0;
+}
+
+// How many elements of a cell are set and not empty.
+inline std::uint64_t filled(const cxArray* cell) {
+    std::uint64_t count = 0;
+    for (std::uint64_t i = 0; i < cxGetNumberOfElements(cell); ++i) {
+        const cxArray* a = cxGetCell(cell, i);
+        count += a != nullptr && !cxIsEmpty(a);
+    }
+    return count;
 }
 
 // The first output that differs, 1-based, or 0.

@@ -106,11 +106,9 @@ def test_python_error_in_host_function_comes_out_unchanged(trap):
 
 
 @pytest.mark.parametrize("result, nout, error, text", [
-    ((1.0,), 1, TypeError, "output 0"),
-    (1.0, 2, TypeError, "tuple or list of 2"),
+    ((1.0,), 1, TypeError, "output 0"), (1.0, 2, TypeError, "tuple or list of 2"),
     ((1.0,), 2, ValueError, "returned 1 values, 2 wanted"),
-    ([1.0, None], 2, TypeError, "output 1"),
-])
+    ([1.0, None], 2, TypeError, "output 1")])
 def test_unmappable_return_value(result, nout, error, text):
     with pytest.raises(error, match=text):
         _core._call_host(nout, "f", [], functions={"f": lambda: result})
@@ -123,8 +121,7 @@ def test_functions_are_registered_for_the_call_only():
     for name in ("f", "echo"):
         with pytest.raises(HostError) as info:
             _core._call_host(1, name, [])
-        assert info.value.identifier == "numora:function:unknown"
-        assert info.value.args == (name,)
+        assert (info.value.identifier, info.value.args) == ("numora:function:unknown", (name,))
 
 
 def test_calls_from_several_python_threads():
@@ -183,10 +180,8 @@ def test_printing_goes_back_to_stdout_after_capture(capfd):
 
 
 @pytest.mark.parametrize("kwargs, error, text", [
-    (dict(nout=-1), ValueError, "nout"),
-    (dict(nout=1.0), TypeError, "nout"),
-    (dict(nout=True), TypeError, "nout"),
-    (dict(inputs={}), TypeError, "inputs"),
+    (dict(nout=-1), ValueError, "nout"), (dict(nout=1.0), TypeError, "nout"),
+    (dict(nout=True), TypeError, "nout"), (dict(inputs={}), TypeError, "inputs"),
     (dict(functions=[("f", print)]), TypeError, "functions"),
     (dict(functions={"f": 1}), TypeError, "functions"),
     (dict(functions={1: print}), TypeError, "functions"),

@@ -119,8 +119,7 @@ def test_regression_sides_exchange_only_when_apart(means, left, right):
     x = np.array(list(means), dtype=float)
     t, text = run(x[:, None], np.array(list(means.values()), dtype=float), criterion="mse",
                   verbosity=2, min_parent=2, max_splits=1)
-    assert FOUND % (2, 2, "Regression") in text
-    assert root_levels(t) == (left, right)
+    assert FOUND % (2, 2, "Regression") in text and root_levels(t) == (left, right)
     assert col(t, "Gain")[0] == 100 and col(t, "NodeRisk").tolist() == [101, 0.5, 0.5]
     assert col(t, "NodeValue")[1] == np.mean([means[v] for v in left])
 
@@ -136,11 +135,10 @@ def test_automatic_choice_by_levels_and_classes(k, count, seed):
     # one against all; 5, 10, 9 and 6, 8, 0 by the scores), the earlier wins
     # (5, 8, 3), and all methods tie (3, 7, 3 and 5, 7, 5).
     X, Y, W = mixed_codes(seed, k, count)
-    alone, gains = {}, {}
-    for alg, name in METHODS.items():
-        alone[alg], text = root_only(X, Y, W=W, alg_cat=alg)
-        assert methods(text) == [name]
-        gains[alg] = col(alone[alg], "Gain")[0]
+    alone = {alg: root_only(X, Y, W=W, alg_cat=alg) for alg in METHODS}
+    assert {alg: methods(text) for alg, (_, text) in alone.items()} == {
+        alg: [name] for alg, name in METHODS.items()}
+    gains = {alg: col(t, "Gain")[0] for alg, (t, _) in alone.items()}
     assert max(gains.values()) <= gains[1] * (1 + 1e-12), "no method beats the enumeration"
     # L at most MaxCat: the enumeration alone; above it two methods, the
     # earlier of equal ones standing.
@@ -149,7 +147,7 @@ def test_automatic_choice_by_levels_and_classes(k, count, seed):
     for max_cat, alg in [(count, 1), (count + 5, 1), (count - 1, winner), (1, winner)]:
         t, text = root_only(X, Y, W=W, alg_cat=0, max_cat=max_cat)
         assert methods(text) == [METHODS[alg]], f"MaxCat {max_cat}"
-        assert_same(t, alone[alg])
+        assert_same(t, alone[alg][0])
 
 
 @pytest.mark.parametrize("k, criterion, nominal, alg_cat, max_cat", [
@@ -184,11 +182,9 @@ def class_levels(x, Y, W, k):
 
 def best_partitions(groups, value):
     """Every partition (last level on the second side) as (crit, sides), best first."""
-    found = []
-    for mask in range(1, 2 ** (len(groups) - 1)):
-        sides = [[c for c in range(len(groups)) if (mask >> c & 1) == bit] for bit in (1, 0)]
-        found.append((value(*sides), *sides))
-    return sorted(found, key=lambda f: f[0])
+    sides = ([[c for c in range(len(groups)) if (mask >> c & 1) == bit] for bit in (1, 0)]
+             for mask in range(1, 2 ** (len(groups) - 1)))
+    return sorted(((value(*s), *s) for s in sides), key=lambda f: f[0])
 
 
 def class_value(crit, groups):

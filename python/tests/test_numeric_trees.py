@@ -142,8 +142,7 @@ def depths(t):
     ("gini", [0, 1, 0, 1], dict(W=np.zeros(4), min_parent=1), True, 1),
     ("mse", [0, 1, 2, 3], dict(W=np.zeros(4), min_parent=1), False, 1)])
 def test_node_stops(criterion, y, settings, searched, nodes):
-    # Whether the root was searched at all (its predictor sorted), and the
-    # number of nodes of a tree on x = 0, 1, ...
+    # Whether the root was searched (its predictor sorted); the tree's size.
     t, text = grow_text(make_inputs(np.arange(len(y), dtype=float)[:, None],
                                     np.array(y, dtype=float), criterion=criterion, verbosity=2,
                                     **settings))
@@ -155,8 +154,7 @@ def test_node_stops(criterion, y, settings, searched, nodes):
     (0.0, 11), (2 / 125.5, 7), (np.nextafter(2 / 125.5, 1), 3), (1.0, 3), (1.0 + 1e-12, 1)])
 def test_regression_risk_tolerance_is_a_share_of_the_root_risk(risk_tol, nodes):
     # Root risk 125.5; the children 1 2 3 and 10 11 12 have risk 2, their
-    # own children of two rows 0.5.
-    # Past 1 calyx refuses the share, so the module is called as is.
+    # own children of two rows 0.5. Past 1 calyx refuses the share: unchecked.
     inputs = make_inputs(np.arange(6.0)[:, None], np.array([1.0, 2, 3, 10, 11, 12]),
                          criterion="mse", min_parent=1, risk_tol=risk_tol)
     assert arbolin._core._calyx_unchecked(1, inputs)[0].shape[1] == nodes
@@ -166,14 +164,12 @@ def test_regression_risk_tolerance_is_a_share_of_the_root_risk(risk_tol, nodes):
 def test_weight_of_two_is_the_row_twice(criterion):
     # Small integer responses and weights keep every sum of weights exact.
     rng = np.random.default_rng(3)
-    X = rng.random((40, 2))
-    Y = rng.integers(0, 3 if criterion == "gini" else 9, 40).astype(float)
+    X, Y = rng.random((40, 2)), rng.integers(0, 3 if criterion == "gini" else 9, 40).astype(float)
     W = rng.integers(1, 3, 40).astype(float)
     twice = np.repeat(np.arange(40), W.astype(int))
     a = grow(make_inputs(X, Y, W=W, criterion=criterion, min_parent=2))
     b = grow(make_inputs(X[twice], Y[twice], criterion=criterion, min_parent=2))
-    for name in ("Children", "Parent", "CutVar", "CutPoint", "NodeProb", "NodeValue",
-                 "ClassProb"):
+    for name in ("Children", "Parent", "CutVar", "CutPoint", "NodeProb", "NodeValue", "ClassProb"):
         assert np.array_equal(a[name], b[name], equal_nan=True), name
     # A regression risk adds the squares of the row twice apart, which may
     # round differently from one square of double weight.
@@ -200,8 +196,8 @@ def test_same_seed_same_tree_and_stream_keeps_its_state():
 
 
 def test_predictors_are_drawn_from_the_default_stream_too():
-    trees = drawn_tree(np.zeros((0, 0)), calls=3)
-    assert differ(trees[0], trees[1]) or differ(trees[1], trees[2])
+    a, b, c = drawn_tree(np.zeros((0, 0)), calls=3)
+    assert differ(a, b) or differ(b, c)
 
 
 @pytest.mark.parametrize("bogus", [3.0, "no stream", np.zeros((0, 0))])
@@ -225,11 +221,9 @@ def test_first_three_layers_agree_with_peer(regression):
         Y = ((X[:, 0] + X[:, 3] > 1) ^ (rng.random(400) < 0.15)) + (X[:, 1] > 0.8) * 1.0
         peer = tree_module.DecisionTreeClassifier(criterion="gini", random_state=0)
     peer.set_params(max_features=None, min_samples_leaf=1, min_samples_split=2)
-    ref = peer.fit(X, Y).tree_
-    crit = CRITERIA["mse" if regression else "gini"]
+    ref, crit = peer.fit(X, Y).tree_, CRITERIA["mse" if regression else "gini"]
     t = grow(crit.inputs(X, Y, min_parent=2))
-    k = t["ClassCount"].shape[0]
-    compared = []
+    k, compared = t["ClassCount"].shape[0], []
 
     def visit(ours, theirs, rows, layer):
         if layer > 2:
@@ -237,18 +231,17 @@ def test_first_three_layers_agree_with_peer(regression):
         top = best_two(crit, X, Y, rows, k)
         if len(top) == 2 and top[0] - top[1] <= 1e-9 * abs(top[0]):
             return                                    # tied best gains: either may win
-        is_branch = bool(col(t, "IsBranch")[ours])
-        assert is_branch == (ref.children_left[theirs] >= 0), f"node {ours + 1}"
-        if not is_branch:
+        assert col(t, "IsBranch")[ours] == (ref.children_left[theirs] >= 0), f"node {ours + 1}"
+        if not col(t, "IsBranch")[ours]:
             return
         j = int(col(t, "CutVar")[ours]) - 1
         assert j == ref.feature[theirs], f"node {ours + 1}"
         sent = rows[X[rows, j] < col(t, "CutPoint")[ours]]
         assert set(sent) == set(rows[X[rows, j] <= ref.threshold[theirs]]), f"node {ours + 1}"
         compared.append(ours)
-        rest = np.setdiff1d(rows, sent)
         visit(int(t["Children"][0, ours]) - 1, ref.children_left[theirs], sent, layer + 1)
-        visit(int(t["Children"][1, ours]) - 1, ref.children_right[theirs], rest, layer + 1)
+        visit(int(t["Children"][1, ours]) - 1, ref.children_right[theirs],
+              np.setdiff1d(rows, sent), layer + 1)
 
     visit(0, 0, np.arange(400), 0)
     assert len(compared) >= 5
@@ -261,17 +254,14 @@ def test_single_precision_grows_the_double_tree(criterion, layers):
     # statistics agree to single precision. Deep in the regression tree the
     # small slope makes near-ties that rounding may break either way: only
     # its first layers are compared.
-    rng = np.random.default_rng(5)
-    n = 120
+    rng, n = np.random.default_rng(5), 120
     X = np.column_stack([rng.permutation(n), rng.integers(0, 40, n)]) / 8.0
     step = np.digitize(X[:, 0], [3.0, 9.5]).astype(float)
     Y = (step if criterion != "mse" else step * 4 + X[:, 1] / 16).reshape(n, 1)
     W = rng.integers(1, 4, (n, 1)).astype(float)
-    budget = min(2 ** layers - 1, n - 1)
-    double = grow(make_inputs(X, Y, W=W, criterion=criterion, min_parent=4, max_splits=budget))
-    single = grow(make_inputs(X.astype(np.float32), Y.astype(np.float32),
-                              W=W.astype(np.float32), criterion=criterion, min_parent=4,
-                              max_splits=budget))
+    double, single = (grow(make_inputs(X.astype(f), Y.astype(f), W=W.astype(f), min_parent=4,
+                                       criterion=criterion, max_splits=min(2 ** layers - 1, n - 1)))
+                      for f in (np.float64, np.float32))
     assert double["Children"].shape[1] > 3
     for name in ("Children", "CutVar", "NodeSize", "Parent", "IsBranch"):
         np.testing.assert_array_equal(single[name], double[name], err_msg=name)
@@ -280,6 +270,5 @@ def test_single_precision_grows_the_double_tree(criterion, layers):
     # Regression gains come from raw sums of squares, whose differences
     # lose digits in proportion to the largest of them.
     for name in ("NodeProb", "NodeValue", "NodeRisk", "Gain", "ClassProb"):
-        scale = np.abs(double[name]).max()
-        np.testing.assert_allclose(single[name], double[name], rtol=1e-5, atol=1e-5 * scale,
-                                   err_msg=name)
+        np.testing.assert_allclose(single[name], double[name], rtol=1e-5, err_msg=name,
+                                   atol=1e-5 * np.abs(double[name]).max())

@@ -38,8 +38,7 @@ def classification(criterion, risk, x=X, y=CLASSES, **settings):
 
 
 def regression(**settings):
-    stats = dict(ClassCount=[5], ClassProb=[1], NodeValue=2, NodeProb=6, NodeSize=5,
-                 NodeRisk=10)
+    stats = dict(ClassCount=[5], ClassProb=[1], NodeValue=2, NodeProb=6, NodeSize=5, NodeRisk=10)
     return make_inputs(X, RESPONSE, **{"W": W, "criterion": "mse", **settings}), stats
 
 
@@ -50,8 +49,7 @@ def weightless(stats, **changes):
                 NodeRisk=NAN if stats["NodeRisk"] != 0 else 0, **changes)
 
 
-NO_ROWS = np.zeros(0)
-ZERO_W = np.zeros(5)
+NO_ROWS, ZERO_W = np.zeros(0), np.zeros(5)
 
 
 def cases():
@@ -93,14 +91,9 @@ def one_node_outputs(inputs, stats, x=F8, y=F8, w=F8):
     curvature, interaction, surrogates = (inputs[SLOT[k]] for k in ("curvature", "interaction",
                                                                      "surrogates"))
 
-    def column(values, dtype):
-        return np.array(values, dtype=dtype).reshape(-1, 1)
-
-    def node_cell(present):  # n by 1 with its element unset, or 0 by 0
-        return Cell((1, 1)) if present else Cell((0, 0))
-
-    def surrogate_list(empty):  # the node's list of no surrogates
-        return Cell((1, 1), [empty]) if surrogates else Cell((0, 0))
+    column = lambda values, dtype: np.array(values, dtype=dtype).reshape(-1, 1)
+    node_cell = lambda present: Cell((1, 1)) if present else Cell((0, 0))  # its element unset
+    surrogate_list = lambda empty: Cell((1, 1), [empty]) if surrogates else Cell((0, 0))
 
     return [
         np.zeros((2, 1)),                     # no children
@@ -132,8 +125,7 @@ def one_node_outputs(inputs, stats, x=F8, y=F8, w=F8):
 @pytest.mark.parametrize("case", CASES)
 def test_outputs_of_one_node_tree(case, nout):
     inputs, stats = CASES[case]
-    result = arbolin.calyx(nout, inputs)
-    types = (inputs[SLOT[k]].dtype.type for k in "XYW")
+    result, types = arbolin.calyx(nout, inputs), (inputs[SLOT[k]].dtype.type for k in "XYW")
     assert isinstance(result, tuple)
     assert_same(result, one_node_outputs(inputs, stats, *types)[:nout], close=True)
 

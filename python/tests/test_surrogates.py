@@ -46,8 +46,7 @@ def check_root(t, levels, directions, cuts, predictors, gains, associations):
 # right-below, 0.25 right-above: pLL + pRR = 0.85, error 0.15, association
 # (0.3 - 0.15) / 0.3 = 0.5. x1 gets pLL + pRR = 0.65 against pLR + pRL = 0.35:
 # orientation +1 with (0.3 - 0.35) / 0.3 < 0, so it is no surrogate.
-WORKED_X = [[1, 3, 2, 4.0], [1, 3, 4, 2.0], [1, 2, 3, 4.0]]
-WORKED_Y = [0, 0, 1, 1]
+WORKED_X, WORKED_Y = [[1, 3, 2, 4.0], [1, 3, 4, 2.0], [1, 2, 3, 4.0]], [0, 0, 1, 1]
 WORKED_W = np.array([0.6, 0.1, 0.05, 0.25])
 
 
@@ -92,8 +91,7 @@ def test_missing_rows_follow_the_best_surrogate_with_a_value(count):
     check_root(t, [""] * count, [1, -1, 1][:count], [8.5, 85, 108.5][:count],
                [2, 3, 4][:count], gains[:count],
                [assoc(0.4, 0.4, 0.4), assoc(0.35, 0.4, 0.4), assoc(0.35, 0.35, 0.4)][:count])
-    left = [8, 0, 1, 0, 0, int(count == 3)]
-    right = [0, 8, 0, int(count >= 2), 1, 0]
+    left, right = [8, 0, 1, 0, 0, int(count == 3)], [0, 8, 0, int(count >= 2), 1, 0]
     assert t["ClassCount"][:, 1:].T.tolist() == [left, right]
     assert col(t, "NodeSize").tolist() == [20, sum(left), sum(right)]
     assert col(t, "HasUnroutedRows").tolist() == [count < 3, False, False]
@@ -105,17 +103,15 @@ def test_row_on_the_cut_of_a_surrogate_goes_high():
     # tied, v and w too, 1 and w not. The cut after 1 is their midpoint,
     # which is v itself. Its association: pLL = 3/9 (row 3 lies far off at
     # 10), pRR = 4/9, minP 4/9. Row 8 is equal to the cut: high, so right.
-    v = np.nextafter(1.0, 2)
+    v, y = np.nextafter(1.0, 2), [0, 1, 2, 3, 100, 101, 102, 103, 50]
     w = np.nextafter(v, 2)
-    y = [0, 1, 2, 3, 100, 101, 102, 103, 50]
     t = stump([[1, 2, 3, 4, 5, 6, 7, 8, NAN], [0.5, 0.75, 1, 10, w, 2, 3, 4, v]], y,
               criterion="mse", surrogates=1)
     own = sse(np.array(y, float), np.ones(9)) - sse(np.array([0, 1, 2.0]), np.ones(3)) \
         - sse(np.array([3, 100, 101, 102, 103, 50.0]), np.ones(6))
     check_root(t, [""], [1], [v], [2], [own], [assoc(3 / 9, 4 / 9, 4 / 9)])
-    assert col(t, "NodeSize").tolist() == [9, 4, 5]
+    assert col(t, "NodeSize").tolist() == [9, 4, 5] and not col(t, "HasUnroutedRows").any()
     assert col(t, "NodeValue")[1:].tolist() == [1.5, 91.2]
-    assert not col(t, "HasUnroutedRows").any()
 
 
 @pytest.mark.parametrize("surrogates", [0, 2])
