@@ -1,5 +1,5 @@
-// Level tables of nominal columns, and the failures of the eigen solver of
-// the PCA search (the Python tests check the searches through whole trees).
+// Level tables, and the PCA search's solver failures (the Python tests check
+// the searches and the merging of one-class values through whole trees).
 #include <string>
 #include <vector>
 
@@ -31,26 +31,6 @@ struct NominalColumn : testing::GiniColumn {
             column->verbosity_);
     }
 };
-
-TEST(BuildLevels, PureValuesMergeIntoOneLevelPerClass) {
-    // Values 1 and 4 only ever class 0, 5 only class 1; 2 and 3 are mixed.
-    NominalColumn c({4, 1, 2, 2, 3, 3, 5, 1}, {0, 0, 0, 1, 1, 0, 1, 0}, 2);
-    const auto& col = c.column->levels;
-    ASSERT_EQ(col.LevelValues.size(), 4u);
-    EXPECT_EQ(col.LevelValues[0], ScalableVector<double>({2}));
-    EXPECT_EQ(col.LevelValues[1], ScalableVector<double>({3}));
-    EXPECT_EQ(col.LevelValues[2], ScalableVector<double>({1, 4}));  // merged, class 0
-    EXPECT_EQ(col.LevelValues[3], ScalableVector<double>({5}));     // merged, class 1
-    EXPECT_EQ(col.LevelCounts[2], ScalableVector<std::uint64_t>({3, 0}));
-    // Class 0 by falling fraction: merged (1), then 2 and 3 (1/2 each, equal
-    // weight, either order); class 1: merged 5 (1), then the two halves.
-    EXPECT_EQ(col.SortedLevels[0].front(), 2u);
-    EXPECT_EQ(col.SortedLevels[0].size(), 3u);
-    EXPECT_EQ(col.SortedLevels[1].front(), 3u);
-    const auto before = col.LevelValues;
-    buildLevels(*c.column);  // a second call changes nothing
-    EXPECT_EQ(col.LevelValues, before);
-}
 
 TEST(BuildLevels, OneDistinctValueHasNoLevels) {
     NominalColumn c({7, 7, 7, 7}, {0, 1, 0, 1}, 2);

@@ -1,10 +1,7 @@
-// Whole fits through the host's module loader. Every phase of a node that
-// runs on worker threads — the removal of missing values, the curvature and
-// interaction tests, the search of numeric and nominal columns, the
-// surrogate search — grows the same tree on one thread as on two; Ctrl-C
-// stops a large fit and leaves nothing behind. Under the thread sanitizer
-// (scripts/tsan.sh) these are the fits that put each of those loops on two
-// threads.
+// Whole fits: every phase of a node that runs on worker threads (missing
+// values, curvature and interaction tests, numeric and nominal columns,
+// surrogates) grows the same tree on one thread as on two, under the thread
+// sanitizer too (scripts/tsan.sh); Ctrl-C stops a large fit cleanly.
 #include <chrono>
 #include <cmath>
 #include <cstdint>
@@ -21,23 +18,6 @@ namespace arbolin {
 namespace {
 
 using namespace testing;
-
-// Continuous predictors with ties and a noisy class or response.
-struct PlainData {
-    std::uint64_t N, D;
-    std::vector<double> x, classes, response;
-
-    PlainData(std::uint64_t n, std::uint64_t d, unsigned seed) : N(n), D(d), x(n * d) {
-        std::mt19937_64 rng(seed);
-        std::uniform_real_distribution<double> unit(0, 1);
-        for (double& v : x) v = std::round(unit(rng) * 200) / 200;
-        for (std::uint64_t i = 0; i < N; ++i) {
-            const double s = x[i] + x[N + i] * x[2 * N + i] + 0.3 * unit(rng);
-            classes.push_back(s < 0.5 ? 0 : (s < 1.0 ? 1 : 2));
-            response.push_back(s);
-        }
-    }
-};
 
 // 2000 weighted rows of seven predictors, some values missing: a numeric
 // one and a noisy copy that can stand in for it, noise, a nominal one of 4
@@ -65,9 +45,8 @@ struct PhasesData {
             response.push_back(s);
             weights.push_back(0.5 + unit(rng));
         }
-        // Weights that sum to one, as callers pass them: the chi-square
-        // tests scale them by N, and weights summing to N would make every
-        // p-value 0 and skip the interaction tests.
+        // Weights summing to one, as callers pass them: summing to N, every
+        // chi-square p-value would be 0 and skip the interaction tests.
         double total = 0;
         for (double v : weights) total += v;
         for (double& v : weights) v /= total;
@@ -92,46 +71,24 @@ struct PhasesData {
     }
 };
 
-// How many elements of a cell are set and not empty.
-std::uint64_t filled(const cxArray* cell) {
-    std::uint64_t count = 0;
-    for (std::uint64_t i = 0; i < cxGetNumberOfElements(cell); ++i) {
-        const cxArray* a = cxGetCell(cell, i);
-        count += a != nullptr && !cxIsEmpty(a);
-    }
-    return count;
-}
-
 TEST(ParallelPhases, OneOrTwoThreadsGrowTheSameTree) {
     numora::Module module(ARBOLIN_MODULE_PATH);
-    const PlainData plain(3000, 6, 11);
     const PhasesData phases;
-    struct Case {
-        const char* criterion;
-        bool costs, allPhases;  // else the search of numeric columns alone
-    };
-    for (const Case c :
-         {Case{"gini", false, false}, Case{"deviance", false, false}, Case{"twoing", false, false},
-          Case{"mse", false, false}, Case{"gini", false, true}, Case{"deviance", false, true},
-          Case{"twoing", false, true}, Case{"gini", true, true}, Case{"mse", false, true}}) {
-        const std::string criterion = c.criterion;
-        const std::string name =
-            criterion + (c.costs ? " with costs" : "") + (c.allPhases ? ", every phase" : "");
-        const TreeCall call =
-            c.allPhases ? phases.call(criterion, c.costs)
-                        : TreeCall(plain.N, plain.D, plain.x,
-                                   criterion == "mse" ? plain.response : plain.classes, criterion);
+    for (const auto& [criterion, costs] : {std::pair{"gini", false},
+                                           {"deviance", false},
+                                           {"twoing", false},
+                                           {"gini", true},
+                                           {"mse", false}}) {
+        const std::string name = std::string(criterion) + (costs ? " with costs" : "");
+        const TreeCall call = phases.call(criterion, costs);
         TreeOutputs one, two;
         fit(module, call, one, 1);
         fit(module, call, two, 2);
-        EXPECT_GT(cxGetN(one[out::Children]), c.allPhases ? 20u : 1u) << name;
-        if (c.allPhases) {
-            // Every phase had work: nominal splits, curvature and
-            // interaction tests, surrogates.
-            for (out::Position p : {out::SplitLevels, out::CurvatureTests, out::InteractionTests,
-                                    out::SurrogatePredictors}) {
-                EXPECT_GT(filled(one[p]), 0u) << name << ", " << contract::outputName(p);
-            }
+        EXPECT_GT(cxGetN(one[out::Children]), 20u) << name;
+        // Every phase had work.
+        for (out::Position p : {out::SplitLevels, out::CurvatureTests, out::InteractionTests,
+                                out::SurrogatePredictors}) {
+            EXPECT_GT(filled(one[p]), 0u) << name << ", " << contract::outputName(p);
         }
         EXPECT_EQ(firstDifference(one, two), 0) << name;
     }
@@ -139,8 +96,14 @@ TEST(ParallelPhases, OneOrTwoThreadsGrowTheSameTree) {
 
 TEST(ModuleFit, CtrlCStopsALargeFit) {
     numora::Module module(ARBOLIN_MODULE_PATH);
-    const PlainData data(200000, 8, 5);
-    const TreeCall call(data.N, data.D, data.x, data.response, "mse");
+    // 200000 rows of eight predictors with ties, and a noisy response.
+    const std::uint64_t N = 200000, D = 8;
+    std::mt19937_64 rng(5);
+    std::uniform_real_distribution<double> unit(0, 1);
+    std::vector<double> x(N * D), y(N);
+    for (double& v : x) v = std::round(unit(rng) * 200) / 200;
+    for (std::uint64_t i = 0; i < N; ++i) y[i] = x[i] + x[N + i] * x[2 * N + i] + 0.3 * unit(rng);
+    const TreeCall call(N, D, x, y, "mse");
     std::thread user([] {
         std::this_thread::sleep_for(std::chrono::milliseconds(100));
         numora::requestInterrupt();

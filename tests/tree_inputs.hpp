@@ -1,7 +1,5 @@
-// What the C++ tests that go through the host's module loader share: the
-// inputs of a tree call by their positions in the contract, its outputs,
-// fits on a given number of threads, a Gini criterion as host functions,
-// and the capture of printed text.
+// The C++ fits' shared pieces: inputs by contract position, outputs, fits on
+// some threads, a Gini criterion as host functions, printed text.
 #pragma once
 
 #include <algorithm>
@@ -49,13 +47,15 @@ struct TreeCall {
         set(in::SurrogateCount, 0.0);
         set(in::MaxCat, 10);
         set(in::AlgCat, 0.0);
-        set(in::CostArg, cxCreateNumericMatrix(0, 0, cxDOUBLE_CLASS, cxREAL));  // no costs
         set(in::RiskTolerance, 0.0);
+        set(in::Verbosity, static_cast<double>(verbosity));
         for (in::Position flag : {in::CurvatureFlag, in::InteractionFlag, in::ChisqFlag}) {
             set(flag, numora::cxCreateLogicalScalar(false));
         }
-        set(in::StreamArg, cxCreateNumericMatrix(0, 0, cxDOUBLE_CLASS, cxREAL));  // default
-        set(in::Verbosity, static_cast<double>(verbosity));
+        // No costs, the default stream.
+        for (in::Position empty : {in::CostArg, in::StreamArg}) {
+            set(empty, cxCreateNumericMatrix(0, 0, cxDOUBLE_CLASS, cxREAL));
+        }
     }
 
     void set(in::Position position, cxArray* a) {
@@ -79,12 +79,10 @@ struct TreeCall {
     }
 };
 
-// 60 rows and three classes for the fits with criteria of host functions: a
-// numeric predictor, a nominal one of 9 levels searched by PCA, and a noisy
-// copy of the first that can stand in for it; some values missing in each.
-// MinParent 4, two surrogates, the costs when asked. Without costs only the
-// surrogate search runs on worker threads; with them the column bodies (and
-// PCA) do too.
+// 60 rows, three classes, for criteria of host functions: a numeric
+// predictor, a nominal one of 9 levels (PCA) and a noisy copy of the first,
+// some values missing; MinParent 4, two surrogates, costs when asked (then the
+// column searches run on worker threads too, not only the surrogates).
 inline TreeCall sixtyRows(bool costs) {
     const std::uint64_t N = 60, D = 3;
     std::mt19937_64 rng(23);
@@ -140,11 +138,8 @@ inline bool sameArray(const cxArray* a, const cxArray* b) {
     const std::uint64_t count = cxGetNumberOfElements(a);
     if (cxGetClassID(a) == cxCELL_CLASS) {
         for (std::uint64_t i = 0; i < count; ++i) {
-            const cxArray* ea = cxGetCell(a, i);
-            const cxArray* eb = cxGetCell(b, i);
-            if ((ea == nullptr) != (eb == nullptr) || (ea != nullptr && !sameArray(ea, eb))) {
-                return false;
-            }
+            const cxArray *ea = cxGetCell(a, i), *eb = cxGetCell(b, i);
+            if (ea != eb && (ea == nullptr || eb == nullptr || !sameArray(ea, eb))) return false;
         }
         return true;
     }
@@ -152,6 +147,16 @@ inline bool sameArray(const cxArray* a, const cxArray* b) {
                               : cxGetClassID(a) == cxSINGLE_CLASS ? 4
                                                                   : 1;
     return count == 0 || std::memcmp(cxGetData(a), cxGetData(b), count * bytes) == 0;
+}
+
+// How many elements of a cell are set and not empty.
+inline std::uint64_t filled(const cxArray* cell) {
+    std::uint64_t count = 0;
+    for (std::uint64_t i = 0; i < cxGetNumberOfElements(cell); ++i) {
+        const cxArray* a = cxGetCell(cell, i);
+        count += a != nullptr && !cxIsEmpty(a);
+    }
+    return count;
 }
 
 // The first output that differs, 1-based, or 0.
@@ -166,19 +171,10 @@ inline int firstDifference(const TreeOutputs& a, const TreeOutputs& b) {
 // built-in criterion: sums in order from the first entry.
 inline double gini(const cxArray* v) {
     const double* p = static_cast<const double*>(cxGetData(v));
-    double s = 0;
+    double s = 0, q = 0;
     for (std::uint64_t i = 0; i < cxGetM(v); ++i) s += p[i];
-    double q = 0;
-    for (std::uint64_t i = 0; i < cxGetM(v); ++i) {
-        const double r = p[i] / s;
-        q += r * r;
-    }
+    for (std::uint64_t i = 0; i < cxGetM(v); ++i) q += (p[i] / s) * (p[i] / s);
     return (1 - q) * s;
-}
-
-inline void answer(cxArray** outputs, double value) {
-    outputs[0] = cxCreateNumericMatrix(1, 1, cxDOUBLE_CLASS, cxREAL);
-    *static_cast<double*>(cxGetData(outputs[0])) = value;
 }
 
 // The criterion input that names host functions.

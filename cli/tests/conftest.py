@@ -1,7 +1,5 @@
-"""Shared pieces of the command-line tests: the tool run as a user runs it
-(the binary from $ARBOLIN_CLI, on the bundled data and on files written
-here), and its model JSON read back as the host values of arbolin.calyx
-(PYTHONPATH=build/python)."""
+"""Shared pieces of the command-line tests: the tool ($ARBOLIN_CLI) run as a
+user runs it, and its model JSON read back as arbolin.calyx's host values."""
 
 import csv
 import io
@@ -28,8 +26,7 @@ def needs_the_tool():
 
 
 def run(*args, cwd=None, status=None, **kwargs):
-    """The finished process, of the exit status given. Files in `cwd` go by
-    their names, as messages name them."""
+    """The finished process, of the given exit status; files in `cwd` go by name."""
     names = [a.name if isinstance(a, Path) and cwd and a.parent == Path(cwd) else str(a)
              for a in args]
     done = subprocess.run([CLI, *names], capture_output=True, text=True, cwd=cwd, timeout=60,
@@ -91,9 +88,8 @@ def column(model, name):
 
 
 def interrupted(args, cwd, wait=0.0):
-    """Runs the tool printing its progress, presses Ctrl-C `wait` seconds
-    after the module starts its search, and returns the exit status, the
-    seconds it took to stop and its error text."""
+    """Ctrl-C `wait` s after the search starts, printing progress: the exit
+    status, the seconds it took to stop and the error text."""
     with open(cwd / "out.txt", "w") as printed:
         proc = subprocess.Popen([CLI, *map(str, args), "--verbose", "1"], cwd=cwd,
                                 stdout=printed, stderr=subprocess.PIPE, text=True)

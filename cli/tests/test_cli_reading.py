@@ -1,8 +1,5 @@
-"""How the arbolin tool reads its CSV and cost files: the delimiter, the
-encoding, missing-value tokens, forced and ignored columns, the range of
-single precision, and the order of a cost file. Most checks are
-differential: the same data written two ways must grow the same tree, bit
-for bit. The refusals are in test_cli_refusals."""
+"""How the tool reads CSV and cost files, mostly differentially: the same data
+written two ways grows the same tree, bit for bit (refusals: test_cli_refusals)."""
 
 import json
 
@@ -23,8 +20,6 @@ def measurements(n=200):
     return ["x", "z", "colour", "y"], rows
 
 
-# --------------------------------------------- tokens in a numeric column
-
 TOKENS = {4: "n/a", 17: "n/a", 50: "n/a", 8: "-"}  # row -> token; line = row + 2
 
 
@@ -41,7 +36,7 @@ def test_a_few_tokens_in_a_numeric_column_are_named_and_can_be_read_as_missing(t
     blanks = write(tmp_path / "blank.csv", header,
                    with_tokens(rows, {i: "" for i in TOKENS}))
 
-    # Unchanged behaviour: the column is nominal, with a warning that says why.
+    # The column is nominal, with a warning that says why.
     model, done = fit(tmp_path, tokens)
     assert said(done, "warning") == [
         'arbolin: warning: data.csv, column 1 (x): 196 of 200 values are numbers, but "n/a" '
@@ -72,9 +67,7 @@ def test_a_few_tokens_in_a_numeric_column_are_named_and_can_be_read_as_missing(t
         "numeric" in done.stderr
 
 
-@pytest.mark.parametrize("numbers, texts, warned", [
-    (9, 1, True), (8, 2, False), (18, 2, True), (17, 3, False), (0, 5, False),
-])
+@pytest.mark.parametrize("numbers, texts, warned", [(9, 1, True), (8, 2, False), (0, 5, False)])
 def test_the_warning_takes_nine_numbers_in_ten(tmp_path, numbers, texts, warned):
     rows = [[str(i), "ab"[i % 2]] for i in range(numbers)] + \
         [["bad", "ab"[i % 2]] for i in range(texts)] + [["", "a"]] * 3  # missing: not counted
@@ -101,15 +94,13 @@ def test_a_mostly_numeric_response_is_named_too(tmp_path):
     assert "column 2 (y): 19 of 20 values are numbers" in warning
     assert "make the tree a classification tree; --missing n/a reads such values as missing, " \
         "--regression makes them errors" in warning
-    model, _ = fit(tmp_path, tmp_path / "d.csv", "--missing", "n/a")
+    model, done = fit(tmp_path, tmp_path / "d.csv", "--missing", "n/a")  # a row without response
     assert model["task"] == "regression" and model["training"]["rows_left_out"] == 1
+    assert "Left out 1 of 20 rows" in done.stdout and model["training"]["rows"] == 19
 
-
-# ---------------------------------------------------- single precision
 
 @pytest.mark.parametrize("column, value, options, place", [
     ("a", "1e39", [], "line 4, column 1 (a)"),
-    ("a", "-4e38", [], "line 4, column 1 (a)"),
     ("y", "1e39", [], "line 4, column 3 (y)"),
     ("w", "1e39", ["--weights", "w"], "line 4, column 2 (w)"),
 ])
@@ -124,21 +115,11 @@ def test_single_precision_refuses_what_it_cannot_hold(tmp_path, column, value, o
         "--single needs" in done.stderr
 
 
-def test_single_precision_refuses_a_cost_beyond_its_range(tmp_path):
-    (tmp_path / "cost.csv").write_text("0,1,1\n1,0,1e39\n1,1,0\n")
-    fit(tmp_path, "iris", "--cost", "cost.csv")
-    done = run("fit", "iris", "--cost", "cost.csv", "--single", cwd=tmp_path, status=1)
-    assert "cost.csv, line 2, column 3: 1e39 is beyond the range of single precision" in \
-        done.stderr
-
-
 def test_single_precision_takes_the_largest_float(tmp_path):
     rows = [[str(i), str(i % 2)] for i in range(6)] + [["3.4028234663852886e38", "1"]]
     model, _ = fit(tmp_path, write(tmp_path / "d.csv", ["a", "y"], rows), "--single")
     assert model["precision"] == "single"
 
-
-# -------------------------------------------------------------- encoding
 
 CITIES = ["Genève", "Zürich", "Bâle", "Zug"]
 
@@ -158,25 +139,17 @@ def test_latin1_is_refused_with_its_place_and_read_with_the_option(tmp_path):
 
     model, _ = fit(tmp_path, latin, "--encoding", "latin1")
     expected, _ = fit(tmp_path, utf8, model="utf8.json")
-    assert model["outputs"] == expected["outputs"]
-    assert model["predictors"] == expected["predictors"]
+    assert (model["outputs"], model["predictors"]) == (expected["outputs"], expected["predictors"])
     assert model["predictors"][0]["levels"] == sorted(CITIES)
     assert predict(tmp_path / "model.json", latin, "--encoding", "latin1") == \
         predict(tmp_path / "model.json", utf8)
 
 
-# ---------------------------------------------------------- list options
-
-LISTS = [
-    ("--nominal", "z", "--nominal", "x", "z,x"),
-    ("--numeric", "x", "--numeric", "z", "x,z"),
-    ("--ignore", "z", "--ignore", "colour", "z,colour"),
-    ("--missing", "n/a", "--missing", "-", "n/a,-"),
-]
-
-
-@pytest.mark.parametrize("flag, one, _, other, both", LISTS)
-def test_a_list_option_takes_one_value_and_adds_up(tmp_path, flag, one, _, other, both):
+@pytest.mark.parametrize("flag, one, other", [
+    ("--nominal", "z", "x"), ("--numeric", "x", "z"), ("--ignore", "z", "colour"),
+    ("--missing", "n/a", "-")])
+def test_a_list_option_takes_one_value_and_adds_up(tmp_path, flag, one, other):
+    both = f"{one},{other}"
     header, rows = measurements()
     data = write(tmp_path / "d.csv", header, rows)
     before = run("fit", flag, one, data, "--output", tmp_path / "before.json", status=0)
@@ -185,23 +158,16 @@ def test_a_list_option_takes_one_value_and_adds_up(tmp_path, flag, one, _, other
 
     twice, _ = fit(tmp_path, data, flag, one, flag, other, model="twice.json")
     joined, _ = fit(tmp_path, data, flag, both, model="joined.json")
-    name = flag[2:]
-    assert twice["options"][name] == joined["options"][name] == both.split(",")
+    assert twice["options"][flag[2:]] == joined["options"][flag[2:]] == [one, other]
     assert twice["outputs"] == joined["outputs"]
 
     done = run("fit", data, flag, one, other, "--output", tmp_path / "x.json", status=2)
     assert f"not expected: {other}" in done.stderr
 
 
-# ------------------------------------------------------------ delimiters
-
 @pytest.mark.parametrize("delimiter, options, by", [
-    (",", [], None),
-    (";", [], "semicolons"),
-    ("\t", [], "tabs"),
-    ("|", ["--delimiter", "|"], None),
-    (";", ["--delimiter", ";"], None),
-])
+    (",", [], None), (";", [], "semicolons"), ("\t", [], "tabs"),
+    ("|", ["--delimiter", "|"], None)])
 def test_every_delimiter_grows_the_same_tree(tmp_path, delimiter, options, by):
     header, rows = measurements()
     rows[0][2] = "red; dark\tor|not"  # quoted: no delimiter inside counts
@@ -209,8 +175,7 @@ def test_every_delimiter_grows_the_same_tree(tmp_path, delimiter, options, by):
     other = write(tmp_path / "other.csv", header, rows, delimiter=delimiter)
     expected, _ = fit(tmp_path, comma, model="comma.json")
     model, done = fit(tmp_path, other, *options)
-    assert model["outputs"] == expected["outputs"]
-    assert model["predictors"] == expected["predictors"]
+    assert (model["outputs"], model["predictors"]) == (expected["outputs"], expected["predictors"])
     assert said(done, "note") == ([f"arbolin: note: other.csv: fields separated by {by}, which "
                                    "split the first line most (--delimiter sets another)"]
                                   if by else [])
@@ -232,27 +197,11 @@ def test_the_delimiter_is_the_one_that_splits_the_first_line_most(tmp_path, firs
     assert [p["name"] for p in model["predictors"]] == names
 
 
-def test_a_cost_file_with_semicolons(tmp_path):
-    (tmp_path / "comma.csv").write_text("0,1,4\n2,0,1\n1,3,0\n")
-    (tmp_path / "semi.csv").write_text("0;1;4\n2;0;1\n1;3;0\n")
-    expected, _ = fit(tmp_path, "iris", "--cost", tmp_path / "comma.csv", model="a.json")
-    model, done = fit(tmp_path, "iris", "--cost", tmp_path / "semi.csv", model="b.json")
-    assert model["outputs"] == expected["outputs"]
-    assert "semi.csv: fields separated by semicolons" in done.stderr
-
-
-# --------------------------------------------------------- ignored columns
-
-def cars(n):
+@pytest.mark.parametrize("n, noted", [(10, True), (9, False)])
+def test_a_column_of_names_is_noted_and_can_be_ignored(tmp_path, n, noted):
     header = ["car", "wt", "cyl", "mpg"]
     rows = [[f"car {i}", f"{2 + i * 0.13:.2f}", "468"[i * 5 % 3], f"{30 - i * 0.6:.1f}"]
             for i in range(n)]
-    return header, rows
-
-
-@pytest.mark.parametrize("n, noted", [(32, True), (10, True), (9, False)])
-def test_a_column_of_names_is_noted_and_can_be_ignored(tmp_path, n, noted):
-    header, rows = cars(n)
     data = write(tmp_path / "cars.csv", header, rows)
     model, done = fit(tmp_path, data)
     assert said(done, "note") == ([f"arbolin: note: cars.csv, column 1 (car): every one of its {n} "
@@ -268,23 +217,22 @@ def test_a_column_of_names_is_noted_and_can_be_ignored(tmp_path, n, noted):
     assert [p["name"] for p in ignored["predictors"]] == ["wt", "cyl"]
 
 
-# --------------------------------------------------------------- cost files
-
 def test_costs_in_the_order_of_a_header_row(tmp_path):
     # Row: true class, column: predicted class; the header orders both.
-    costs = {("setosa", "versicolor"): 1, ("setosa", "virginica"): 4,
-             ("versicolor", "setosa"): 2, ("versicolor", "virginica"): 1,
-             ("virginica", "setosa"): 1, ("virginica", "versicolor"): 3}
-    plain = ["setosa", "versicolor", "virginica"]
-    shuffled = ["virginica", "setosa", "versicolor"]
+    costs = {("setosa", "versicolor"): 1, ("setosa", "virginica"): 4, ("versicolor", "setosa"): 2,
+             ("versicolor", "virginica"): 1, ("virginica", "setosa"): 1,
+             ("virginica", "versicolor"): 3}
+    plain, shuffled = ["setosa", "versicolor", "virginica"], ["virginica", "setosa", "versicolor"]
 
-    def matrix(order):
-        return "\n".join(",".join(str(costs.get((t, p), 0)) for p in order) for t in order) + "\n"
+    def matrix(order, sep=","):
+        return "\n".join(sep.join(str(costs.get((t, p), 0)) for p in order) for t in order) + "\n"
+    # The shuffled file is separated by semicolons too.
     (tmp_path / "plain.csv").write_text(matrix(plain))
-    (tmp_path / "shuffled.csv").write_text(",".join(shuffled) + "\n" + matrix(shuffled))
+    (tmp_path / "shuffled.csv").write_text(";".join(shuffled) + "\n" + matrix(shuffled, ";"))
     expected, _ = fit(tmp_path, "iris", "--cost", tmp_path / "plain.csv", model="a.json")
-    model, _ = fit(tmp_path, "iris", "--cost", tmp_path / "shuffled.csv", model="b.json")
+    model, done = fit(tmp_path, "iris", "--cost", tmp_path / "shuffled.csv", model="b.json")
     assert model["outputs"] == expected["outputs"]
+    assert "shuffled.csv: fields separated by semicolons" in done.stderr
 
 
 def test_an_all_zero_cost_matrix_is_warned_of(tmp_path):

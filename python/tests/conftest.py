@@ -1,7 +1,5 @@
-"""Shared pieces of the arbolin tests: the module's inputs by name with their
-defaults, its outputs by name, comparisons of host values, reference
-criteria with a brute-force search of numeric cuts, a checker of whole
-trees, and the random data that trees are grown on."""
+"""Shared pieces of the arbolin tests: inputs and outputs by name, comparisons,
+reference criteria and numeric cuts, a checker of whole trees, random data."""
 
 import math
 import threading
@@ -19,22 +17,16 @@ LN4 = 1.3862943611198906          # 2 log 2: the scale of the deviance
 OUTPUTS = arbolin.OUTPUT_NAMES
 
 # The keyword of make_inputs for each of arbolin.INPUT_NAMES, and its default;
-# None: worked out from X (see make_inputs).
+# None: worked out from X (see make_inputs). An empty stream is the host's.
 KEYWORDS = {
-    "X": ("X", None), "Y": ("Y", None),
-    "W": ("W", None),                         # ones
-    "Rows": ("rows", None),                   # every row, 0-based, as doubles
-    "IsCat": ("is_cat", None),                # all predictors numeric
-    "CriterionArg": ("criterion", "gini"), "MinLeaf": ("min_leaf", 1),
-    "MinParent": ("min_parent", 10),
-    "MaxSplits": ("max_splits", None),        # N - 1
-    "SampleSize": ("sample_size", None),      # D: every predictor in every node
-    "SurrogateCount": ("surrogates", 0), "MaxCat": ("max_cat", 10), "AlgCat": ("alg_cat", 0),
-    "CostArg": ("cost", EMPTY), "RiskTolerance": ("risk_tol", 0.0),
-    "CurvatureFlag": ("curvature", False), "InteractionFlag": ("interaction", False),
-    "ChisqFlag": ("chisq", False),
-    "StreamArg": ("stream", EMPTY),           # the host's default stream
-    "Verbosity": ("verbosity", 0),
+    "X": ("X", None), "Y": ("Y", None), "W": ("W", None), "Rows": ("rows", None),
+    "IsCat": ("is_cat", None), "CriterionArg": ("criterion", "gini"), "MinLeaf": ("min_leaf", 1),
+    "MinParent": ("min_parent", 10), "MaxSplits": ("max_splits", None),
+    "SampleSize": ("sample_size", None), "SurrogateCount": ("surrogates", 0),
+    "MaxCat": ("max_cat", 10), "AlgCat": ("alg_cat", 0), "CostArg": ("cost", EMPTY),
+    "RiskTolerance": ("risk_tol", 0.0), "CurvatureFlag": ("curvature", False),
+    "InteractionFlag": ("interaction", False), "ChisqFlag": ("chisq", False),
+    "StreamArg": ("stream", EMPTY), "Verbosity": ("verbosity", 0),
 }
 # (keyword, default) in the order of the inputs, and each keyword's 0-based place.
 INPUTS = tuple(KEYWORDS[name] for name in arbolin.INPUT_NAMES)
@@ -42,11 +34,10 @@ SLOT = {keyword: k for k, (keyword, _) in enumerate(INPUTS)}
 
 
 def make_inputs(X, Y, **settings):
-    """The list of twenty inputs for data X (N by D) and response Y, with
-    `settings` by the keywords of KEYWORDS replacing the defaults."""
-    unknown = set(settings) - set(SLOT)
-    if unknown:
-        raise TypeError(f"unknown inputs: {sorted(unknown)}")
+    """The twenty inputs for X (N by D) and Y, `settings` by KEYWORDS replacing
+    the defaults: unit weights, every row and predictor, N - 1 splits."""
+    if set(settings) - set(SLOT):
+        raise TypeError(f"unknown inputs: {sorted(set(settings) - set(SLOT))}")
     X = np.asarray(X)
     n, d = X.shape[0], int(np.prod(X.shape[1:]))
     derived = {"X": X, "Y": Y, "W": np.ones(n), "rows": np.arange(n, dtype=np.float64),
@@ -78,19 +69,14 @@ def node_text(prob, shares, counts, risk):
             + "".join(f" {p:g}" for p in shares) + f"\n{corrected}\n  NodeRisk = {risk:g}\n")
 
 
-# ------------------------------------------------------------ comparisons
-
 def assert_same(actual, expected, where="outputs", close=False):
-    """Same class, shape and contents: bit for bit, or with `close` floating
-    values to a relative 1e-12 (1e-6 in single precision), NaN equal to NaN.
-    Outputs come as dicts by name or as sequences in the order of the outputs."""
-    if isinstance(expected, dict):
-        assert actual.keys() == expected.keys(), where
-        for name in expected:
-            assert_same(actual[name], expected[name], name, close)
-    elif isinstance(expected, (tuple, list)):
-        assert len(actual) == len(expected), where
-        for name, a, e in zip(OUTPUTS, actual, expected):
+    """Same class, shape and contents, bit for bit or with `close` to 1e-12 (1e-6
+    in single), NaN equal; outputs as dicts by name or sequences in order."""
+    if isinstance(expected, (dict, tuple, list)):
+        named = isinstance(expected, dict)
+        assert (actual.keys() == expected.keys()) if named else len(actual) == len(expected), where
+        for name, a, e in ([(n, actual[n], expected[n]) for n in expected] if named
+                           else zip(OUTPUTS, actual, expected)):
             assert_same(a, e, name, close)
     elif isinstance(expected, Cell):
         assert isinstance(actual, Cell) and actual.shape == expected.shape, f"{where}: {actual!r}"
@@ -110,12 +96,10 @@ def assert_same(actual, expected, where="outputs", close=False):
             f"{where}: {actual!r} != {expected!r}"
 
 
-# ----------------------------------------------------- reference criteria
-# Each takes class weights as rows (m by K) and gives one value a row.
-
+# Reference criteria: each takes class weights as rows (m by K) and gives one
+# value a row.
 def gini(v):
-    s = v.sum(-1)
-    return (1 - ((v / s[..., None]) ** 2).sum(-1)) * s
+    return (1 - ((v / v.sum(-1)[..., None]) ** 2).sum(-1)) * v.sum(-1)
 
 
 def deviance(v):
@@ -142,8 +126,7 @@ FACTORS = len(COST) * COST.sum(1) / COST.sum()
 
 
 class Crit:
-    """A criterion as the search sees it: how class weights are corrected,
-    the value of one set and of a split."""
+    """A criterion as the search sees it: corrected weights, a set's value, a split's."""
 
     def __init__(self, name, cost=None, parent=None, corrected=False):
         self.name, self.cost, self.parent = name, cost, parent
@@ -160,20 +143,15 @@ class Crit:
         return 0.0 * v.sum(-1) if self.parent is None else self.parent(v * self.factors)
 
     def kids(self, a, b):
-        if self.parent is None:
-            return twoing_kids(a * self.factors, b * self.factors)
-        return self.risk(a) + self.risk(b)
+        return (twoing_kids(a * self.factors, b * self.factors) if self.parent is None
+                else self.risk(a) + self.risk(b))
 
 
 CRITERIA = {
-    "gini": Crit("gini", parent=gini),
-    "gdi": Crit("gdi", parent=gini),
-    "deviance": Crit("deviance", parent=deviance),
-    "error": Crit("error", parent=error),
-    "twoing": Crit("twoing"),
-    "gini-cost": Crit("gini", COST, gini, corrected=True),
-    "error-cost": Crit("error", COST, lambda v: (v @ COST).min(-1)),
-    "mse": Crit("mse"),
+    "gini": Crit("gini", parent=gini), "gdi": Crit("gdi", parent=gini),
+    "deviance": Crit("deviance", parent=deviance), "error": Crit("error", parent=error),
+    "twoing": Crit("twoing"), "gini-cost": Crit("gini", COST, gini, corrected=True),
+    "error-cost": Crit("error", COST, lambda v: (v @ COST).min(-1)), "mse": Crit("mse"),
 }
 
 
@@ -205,9 +183,8 @@ def gain_of(crit, Y, W, k, rows, sides):
 
 
 def candidates(crit, X, Y, W, rows, k, min_leaf, is_cat=None):
-    """Every legal cut of every numeric predictor at a node of `rows`, as
-    (gain, j, cut). The parent's risk is charged in the share of the node's
-    weight that has a value in the predictor."""
+    """Every legal cut of every numeric predictor at a node of `rows` as (gain, j,
+    cut), the risk charged in the share of the weight present in the predictor."""
     y, w = Y[rows], W[rows]
     risk = node_risk(crit, y, w, k)
     total = w.sum() if crit.regression else (class_weights(y, w, k) * crit.factors).sum()
@@ -215,10 +192,9 @@ def candidates(crit, X, Y, W, rows, k, min_leaf, is_cat=None):
     for j in range(X.shape[1]):
         if is_cat is not None and is_cat[j]:
             continue
-        x = X[rows, j]
-        present = ~np.isnan(x)
-        order = np.argsort(x[present], kind="stable")
-        xs, ys, ws = x[present][order], y[present][order], w[present][order]
+        present = ~np.isnan(X[rows, j])
+        order = np.argsort(X[rows, j][present], kind="stable")
+        xs, ys, ws = (v[present][order] for v in (X[rows, j], y, w))
         n = len(xs)
         if n < 2 * min_leaf:
             continue
@@ -241,8 +217,6 @@ def candidates(crit, X, Y, W, rows, k, min_leaf, is_cat=None):
     return found
 
 
-# ------------------------------------------------------------ tree checks
-
 def levels(t, i):
     """Node i's two level lists (n by 2 cell, column-major)."""
     cell = t["SplitLevels"]
@@ -250,25 +224,17 @@ def levels(t, i):
 
 
 def could_split(X, Y, rows, min_leaf):
-    """Some predictor has at least 2 MinLeaf rows with a value, and the
-    response and the values both vary among them."""
-    for x in X[rows].T:
-        present = ~np.isnan(x)
-        if (present.sum() >= 2 * min_leaf and np.ptp(Y[rows][present]) > 0
-                and np.ptp(x[present]) > 0):
-            return True
-    return False
+    """Some predictor has 2 MinLeaf rows with a value, and response and values vary."""
+    return any(p.sum() >= 2 * min_leaf and np.ptp(Y[rows][p]) > 0 and np.ptp(x[p]) > 0
+               for x, p in ((x, ~np.isnan(x)) for x in X[rows].T))
 
 
 def check_tree(t, crit, X, Y, W, is_cat=None, min_leaf=1, min_parent=2, complete=True):
-    """The tree's own consistency, and each node against the rows that reach
-    it when they are routed by the splits: by a numeric one as x < CutPoint,
-    by a nominal one to the side whose level list holds the value, a missing
-    value nowhere. The gain is that of the routed rows; a numeric cut is a
-    legal midpoint and no numeric cut does better (twoing, not reduced to
-    boundary points, is checked for its value only). `complete`: no leaf
-    could have been split (a budget of splits leaves some). Returns the
-    number of nominal splits."""
+    """The tree's consistency and each node against the rows routed to it (x <
+    CutPoint, the level list holding the value, a missing value nowhere): the
+    gain is theirs, a numeric cut a legal midpoint that none beats (twoing: its
+    value only). `complete`: no leaf could have been split. Returns the number
+    of nominal splits."""
     is_cat = np.zeros(X.shape[1], bool) if is_cat is None else np.ravel(is_cat)
     k, n = t["ClassCount"].shape[0], t["NodeSize"].shape[0]
     kids = t["Children"].astype(int) - 1
@@ -299,8 +265,7 @@ def check_tree(t, crit, X, Y, W, is_cat=None, min_leaf=1, min_parent=2, complete
             continue
         assert len(rows) >= min_parent and kids[1, i] == kids[0, i] + 1
         assert parent[kids[:, i]].tolist() == [i + 1, i + 1]
-        j = cutvar[i] - 1
-        x = X[rows, j]
+        j, x = cutvar[i] - 1, X[rows, cutvar[i] - 1]
         present = ~np.isnan(x)
         if is_cat[j]:
             nominal += 1
@@ -330,12 +295,9 @@ def check_tree(t, crit, X, Y, W, is_cat=None, min_leaf=1, min_parent=2, complete
     return nominal
 
 
-# ------------------------------------------------------------------ data
-
 def random_data(seed, n=80, d=3, k=3, regression=False, weighted=False, nan=0.0, grid=0):
-    """Predictors in [0, 1) (on a grid of 1/grid, with ties, when given), k
-    classes or a response that follow them loosely, small integer weights
-    (sums of weights stay exact), NaN in a share `nan` of the values."""
+    """Predictors in [0, 1) (on a 1/grid grid, with ties), k classes or a response
+    loosely following them, small integer weights, a share `nan` of NaN."""
     rng = np.random.default_rng(seed)
     X = rng.random((n, d))
     if grid:
@@ -352,8 +314,7 @@ def random_data(seed, n=80, d=3, k=3, regression=False, weighted=False, nan=0.0,
 
 
 def mixed_data(seed, k, regression=False, extra=0, n=160, nan=0.05):
-    """Nominal columns of 6 and of 12 codes around a numeric one (and
-    `extra` numeric ones more), all bearing on the response."""
+    """Nominal columns of 6 and 12 codes around numeric ones, all bearing on Y."""
     rng = np.random.default_rng(seed)
     a, b = rng.integers(0, 6, n), rng.integers(0, 12, n)
     u = rng.random((n, 1 + extra))
@@ -368,25 +329,20 @@ def mixed_data(seed, k, regression=False, extra=0, n=160, nan=0.05):
     return X, Y, rng.integers(1, 4, n).astype(float), is_cat
 
 
-# ------------------------------------------------- a criterion in Python
-
 def gini_value(v):
     """Gini of a K by 1 column of class weights with the module's own
     arithmetic: in the column's precision, every sum in order from the first."""
     t = v.dtype.type
-    s = t(0)
+    s = q = t(0)
     for x in v[:, 0]:
         s = t(s + x)
-    q = t(0)
     for x in v[:, 0]:
-        p = t(x / s)
-        q = t(q + p * p)
+        q = t(q + t(x / s) * t(x / s))
     return t((t(1) - q) * s)
 
 
 def gini_functions(seen=None, threads=None):
-    """Host functions myparent and mykids of a Gini criterion, noting their
-    arguments and the threads that call them."""
+    """Host functions myparent and mykids of Gini, noting arguments and threads."""
     def note(*values):
         if threads is not None:
             threads.add(threading.get_ident())

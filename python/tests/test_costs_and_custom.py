@@ -1,7 +1,5 @@
-"""Misclassification costs and split criteria written as host functions in
-Python: the cost correction worked out by hand, costs that change nothing,
-a Python Gini that grows the built-in tree bit for bit, the errors of a user
-function, and many trees whose call-backs arrive on worker threads."""
+"""Costs (the correction by hand, costs that change nothing) and criteria of
+Python host functions: the Gini tree bit for bit, failures, worker threads."""
 
 import gc
 import os
@@ -18,18 +16,14 @@ from arbolin import HostError
 from conftest import (COST, EMPTY, F4, F8, OUTPUTS, assert_same, custom, deviance,
                       gini_functions, gini_value, grow_text, make_inputs, random_data)
 
-IDS = "tallix:silvan:learning:treeutils:CustomClassificationSplitCriterion:"
 PARENT_FAILED = "The split criterion function 'myparent' failed on the class weights of a node.\n"
 KIDS_FAILED = "The split criterion function 'mykids' failed on the class weights of two children.\n"
 
 
 def data(seed, n=60):
-    """Three predictors on a grid (with ties), NaN in some, three classes
-    that follow them loosely, small integer weights."""
+    """Three gridded predictors, some NaN, three classes, small integer weights."""
     return random_data(seed, n, weighted=True, nan=0.1, grid=20)
 
-
-# ---------------------------------------------------- the cost correction
 
 # Six rows, classes 0 1 0 1 1 1: class weights [2, 4]. C(0, 1) = 3 and
 # C(1, 0) = 1 give the factors 2 * 3 / 4 = 1.5 and 2 * 1 / 4 = 0.5, so the
@@ -39,8 +33,6 @@ def data(seed, n=60):
 TWO_X = np.arange(1.0, 7.0)[:, None]
 TWO_Y = np.array([0.0, 1, 0, 1, 1, 1])
 TWO_COST = np.array([[0.0, 3.0], [1.0, 0.0]])
-FACTORS = {"error": [1.0, 1.0]}
-
 
 RISK = {
     "gini": lambda c: gini_value(c[:, None]),
@@ -58,26 +50,19 @@ def test_two_class_costs_reweight_every_node(criterion, w):
     inputs = make_inputs(TWO_X, TWO_Y, W=np.ones(6, w), cost=TWO_COST.astype(w), min_parent=2,
                          verbosity=1, criterion=custom() if criterion == "custom" else criterion)
     t, text = grow_text(inputs, functions=gini_functions(seen))
-    factors = np.array(FACTORS.get(criterion, [1.5, 0.5]), w)
-    sums = re.findall(r"  Corrected NodeProb = (.*)\n", text)
-    vectors = re.findall(r"  Corrected ClassProb: (.*)\n", text)
-    # The root by hand.
+    factors = np.array([1.0, 1.0] if criterion == "error" else [1.5, 0.5], w)
     assert t["NodeProb"][0, 0] == 6 and t["NodeRisk"].dtype == w
-    assert (sums[0], vectors[0]) == (("6", " 2 4") if criterion == "error" else ("5", " 3 2"))
+    assert re.search(r"  Corrected NodeProb = (.*)\n  ClassProb: .*\n  Corrected ClassProb: (.*)\n",
+                     text).groups() == (("6", " 2 4") if criterion == "error" else ("5", " 3 2"))
     root_risk = {"gini": 2.4, "custom": 2.4, "twoing": 0.0, "error": 4.0}
     if criterion in root_risk:
         np.testing.assert_allclose(t["NodeRisk"][0, 0], root_risk[criterion], rtol=1e-6)
     if criterion == "custom":        # the user's function sees corrected weights
         np.testing.assert_array_equal(seen[0][0], np.array([[3.0], [2.0]], w))
-    # Every node: the weights of its classes, corrected, printed and judged.
-    n = t["NodeSize"].shape[0]
-    assert n >= 3 and len(sums) == len(vectors) == n
-    for i in range(n):
+    # Every node is judged on the weights of its classes, corrected.
+    assert t["NodeSize"].shape[0] >= 3
+    for i in range(t["NodeSize"].shape[0]):
         c = t["ClassProb"][:, i] * t["NodeProb"][i, 0] * factors
-        total = w(0)
-        for v in c:
-            total = w(total + v)
-        assert sums[i] == f"{total:g}" and vectors[i] == "".join(f" {v:g}" for v in c)
         np.testing.assert_allclose(t["NodeRisk"][i, 0], RISK[criterion](c), rtol=1e-6,
                                    atol=1e-6)
         # The gain is on the same corrected scale as the risks.
@@ -100,16 +85,13 @@ def test_unit_costs_change_nothing(criterion, w, verbosity):
     plain = grow_text(make_inputs(X, Y, **settings))
     costly = grow_text(make_inputs(X, Y, cost=(1 - np.eye(3)).astype(w), **settings))
     assert plain[0]["NodeSize"].shape[0] > 7
-    # A node's class weights come back from its shares times its weight, so
-    # they need not be whole: then the sum of the others that the costs give
-    # and the total less the largest that "error" takes alone may round apart.
+    # Class weights (shares times weight) need not be whole: the costs' sum of
+    # the others and error's total less the largest may round apart.
     loose = {"NodeRisk", "Gain"} if criterion == "error" else set()
     for name in OUTPUTS:
         assert_same(costly[0][name], plain[0][name], name, close=name in loose)
     assert costly[1] == plain[1]
 
-
-# ------------------------------------------------------ a Python criterion
 
 @pytest.mark.parametrize("verbosity", [0, 1])
 @pytest.mark.parametrize("w", [F8, F4])
@@ -124,23 +106,19 @@ def test_python_gini_grows_the_gini_tree(kids, w, verbosity):
     assert expected["NodeSize"].shape[0] > 9
     assert_same(t, expected)
     assert custom_text == text
-    # Columns of K class weights of the weights' class; the kids function
-    # when one is named, else two parent calls.
+    # K by 1 class weights of W's class; kids calls when named, else parent's.
     assert {(v.dtype, v.shape) for values in seen for v in values} == {(np.dtype(w), (3, 1))}
     assert any(len(values) == 2 for values in seen) == bool(kids)
     if verbosity:                    # printing runs are serial: the calling thread only
         assert threads == {threading.get_ident()}
 
 
-# ----------------------------------------------------- a failing function
-
 class Refused(Exception):
     pass
 
 
 def failing_functions(name, fail):
-    """Gini functions whose `name` does `fail()` on its tenth call, after
-    the root's risk and well into the search."""
+    """Gini functions whose `name` calls `fail()` the tenth time, mid-search."""
     functions = gini_functions()
     good, calls = functions[name], []
 
@@ -154,36 +132,28 @@ def failing_functions(name, fail):
 REFUSAL = Refused("no impurity today")
 
 
-def refuse():
-    raise REFUSAL
-
-
 @pytest.mark.parametrize("cost", [False, True], ids=["plain", "costs"])
 @pytest.mark.parametrize("name, w, value, expected", [
     ("myparent", F8, None, PARENT_FAILED), ("mykids", F8, None, KIDS_FAILED),
-    ("mykids", F4, np.array([[1.0]]), "single"), ("mykids", F8, np.array([[1.0]], F4), "double"),
-    ("mykids", F8, np.array([[1]], np.int32), "double"),
-    ("mykids", F4, np.array([[1]], np.int16), "single"), ("myparent", F4, 1.0, "single"),
+    ("mykids", F4, np.array([[1.0]]), "single"),
     ("myparent", F8, np.array([[1]], np.int64), "double")])
 def test_a_failing_function(name, w, value, expected, cost):
-    # Without costs the search of columns is serial and the surrogate search
-    # parallel; with costs every phase may run on worker threads. The
-    # function raises its own error, or answers a value of the wrong class.
+    # With costs every phase may run on worker threads, else the surrogates'
+    # only. The function raises its own error, or answers the wrong class.
     X, Y, W = data(7)
     inputs = make_inputs(X, Y, W=W.astype(w), criterion=custom(name * (name == "mykids")),
                          cost=COST.astype(w) if cost else EMPTY, min_parent=3, surrogates=1)
     out = []
     with pytest.raises((Refused, HostError)) as info:
         arbolin.calyx(22, inputs, functions=failing_functions(
-            name, refuse if value is None else lambda: value), out=out)
+            name, lambda: value if value is not None else (_ for _ in ()).throw(REFUSAL)), out=out)
     if value is None:                 # its own error, after the module's message
         assert info.value is REFUSAL and "".join(out) == expected
     else:
-        assert info.value.identifier == IDS + name[2:] + ":TypeMismatch"
+        assert info.value.identifier == ("tallix:silvan:learning:treeutils:Custom"
+                                         f"ClassificationSplitCriterion:{name[2:]}:TypeMismatch")
         assert info.value.args == (name, expected) and out == []
 
-
-# --------------------------------------------------------------- stress
 
 def resident_bytes():
     with open("/proc/self/statm") as f:

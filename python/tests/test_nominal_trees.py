@@ -1,7 +1,5 @@
-"""Trees on nominal predictors: the level lists that a split writes and the
-rows they route, values of one class merged into one level, the choice among
-the search methods, the partitions found against a brute-force enumeration,
-and the printed progress of a search (numeric ones too)."""
+"""Trees on nominal predictors: level lists and the rows they route, merged
+levels, the choice of search method, partitions against an enumeration."""
 
 import re
 
@@ -9,7 +7,6 @@ import numpy as np
 import pytest
 
 import arbolin
-from arbolin import HostError
 from conftest import (CRITERIA, assert_same, check_tree, class_weights, col, gini, grow_text,
                       levels, make_inputs, mixed_data, node_risk, node_text, sse)
 
@@ -18,9 +15,8 @@ FOUND = "     Found nominal split with %i and %i levels by method %s.\n"
 
 
 def run(X, Y, crit=None, verbosity=0, unchecked=False, **settings):
-    """All outputs of one call by name, and its printed text. Every
-    predictor is nominal unless `is_cat` says otherwise. `unchecked` calls
-    the module without calyx's check, for settings that calyx refuses."""
+    """All outputs by name and the printed text, predictors nominal unless
+    `is_cat` says otherwise; `unchecked` skips calyx's check."""
     X = np.asarray(X)
     settings.setdefault("is_cat", np.ones((1, X.shape[1]), dtype=bool))
     inputs = (crit.inputs if crit else make_inputs)(X, Y, verbosity=verbosity, **settings)
@@ -42,11 +38,8 @@ def written(left, right):
     return (right, left) if left[0] > right[-1] else (left, right)
 
 
-# ------------------------------------------------------------ data
-
 def coded(seed, n, k, codes, regression=False):
-    """A nominal column over `codes`, each code in at least one row, with
-    class shares (or mean responses) of its own, and random weights."""
+    """A nominal column over `codes` with class shares (or means) of their own."""
     rng = np.random.default_rng(seed)
     level = rng.permutation(np.arange(n) % len(codes))
     W = rng.uniform(0.2, 3.0, n)
@@ -59,8 +52,7 @@ def coded(seed, n, k, codes, regression=False):
 
 
 def random_column(seed, k=1, regression=False):
-    """4 to 8 arbitrary real codes over 30 to 200 rows; some codes may turn
-    out to be seen with one class only."""
+    """4 to 8 real codes over 30 to 200 rows, some seen with one class only."""
     rng = np.random.default_rng(1000 + seed)
     codes = rng.choice(np.arange(-40, 60), rng.integers(4, 9), replace=False) * 0.75
     x, Y, W = coded(seed, int(rng.integers(30, 201)), k, codes, regression)
@@ -68,8 +60,7 @@ def random_column(seed, k=1, regression=False):
 
 
 def mixed_codes(seed, k, count, n=150):
-    """`count` codes, each seen with classes 0 and 1 at least, so that no
-    value merges with another."""
+    """`count` codes, each seen with classes 0 and 1: no value merges."""
     x, Y, W = coded(seed, n, k, np.arange(count) * 1.5 - 4)
     for c in np.unique(x):
         Y[np.flatnonzero(x == c)[:2]] = [0, 1]
@@ -96,28 +87,6 @@ def test_mixed_tree_is_consistent(name, k, alg_cat):
     if k >= 3 and alg_cat == 0:
         # Six codes are at most MaxCat, twelve are more: both ways are taken.
         assert "Exact" in found and len(found) >= 2
-
-
-# ------------------------------------------------ merged pure values
-
-@pytest.mark.parametrize("zeros, ones", [([2, 4, 6, 8, 10], [1, 3, 5, 7, 9]),
-                                         ([6, 7, 8, 9, 10], [1, 2, 3, 4, 5])],
-                         ids=["interleaved", "exchanged"])
-def test_values_of_one_class_merge_into_one_level(zeros, ones):
-    # Two rows a value: the class 0 values make level 0, the class 1 values
-    # level 1. The search pulls class 0's level left; the sides are written
-    # with the lower values left when they do not interleave.
-    x = np.repeat(np.array(zeros + ones, dtype=float), 2)
-    Y = np.repeat([0.0, 1.0], 10)
-    t, text = run(x[::-1, None], Y[::-1], verbosity=3, min_parent=2)
-    assert "Found 2 nominal levels:\n" in text
-    assert ("     Category     0:" + "".join(f" {v}" for v in zeros) + "\n"
-            "       Class  counts: 10 0\n       Class weights: 10 0\n") in text
-    assert FOUND % (1, 1, "PullLeft") in text
-    assert root_levels(t) == written(zeros, ones)
-    assert col(t, "NodeSize").tolist() == [20, 10, 10]
-    assert col(t, "Gain").tolist() == [10, 0, 0]
-    assert t["ClassCount"][:, 1].tolist() == ([10, 0] if root_levels(t)[0] == zeros else [0, 10])
 
 
 @pytest.mark.parametrize("alg_cat, counts", [(1, (2, 1)), (2, (1, 2)), (3, None), (4, (2, 1))])
@@ -150,13 +119,10 @@ def test_regression_sides_exchange_only_when_apart(means, left, right):
     x = np.array(list(means), dtype=float)
     t, text = run(x[:, None], np.array(list(means.values()), dtype=float), criterion="mse",
                   verbosity=2, min_parent=2, max_splits=1)
-    assert FOUND % (2, 2, "Regression") in text
-    assert root_levels(t) == (left, right)
+    assert FOUND % (2, 2, "Regression") in text and root_levels(t) == (left, right)
     assert col(t, "Gain")[0] == 100 and col(t, "NodeRisk").tolist() == [101, 0.5, 0.5]
     assert col(t, "NodeValue")[1] == np.mean([means[v] for v in left])
 
-
-# ---------------------------------------------------- method choice
 
 def root_only(X, Y, **settings):
     return run(X, Y, verbosity=2, min_parent=2, max_splits=1, **settings)
@@ -169,11 +135,10 @@ def test_automatic_choice_by_levels_and_classes(k, count, seed):
     # one against all; 5, 10, 9 and 6, 8, 0 by the scores), the earlier wins
     # (5, 8, 3), and all methods tie (3, 7, 3 and 5, 7, 5).
     X, Y, W = mixed_codes(seed, k, count)
-    alone, gains = {}, {}
-    for alg, name in METHODS.items():
-        alone[alg], text = root_only(X, Y, W=W, alg_cat=alg)
-        assert methods(text) == [name]
-        gains[alg] = col(alone[alg], "Gain")[0]
+    alone = {alg: root_only(X, Y, W=W, alg_cat=alg) for alg in METHODS}
+    assert {alg: methods(text) for alg, (_, text) in alone.items()} == {
+        alg: [name] for alg, name in METHODS.items()}
+    gains = {alg: col(t, "Gain")[0] for alg, (t, _) in alone.items()}
     assert max(gains.values()) <= gains[1] * (1 + 1e-12), "no method beats the enumeration"
     # L at most MaxCat: the enumeration alone; above it two methods, the
     # earlier of equal ones standing.
@@ -182,13 +147,12 @@ def test_automatic_choice_by_levels_and_classes(k, count, seed):
     for max_cat, alg in [(count, 1), (count + 5, 1), (count - 1, winner), (1, winner)]:
         t, text = root_only(X, Y, W=W, alg_cat=0, max_cat=max_cat)
         assert methods(text) == [METHODS[alg]], f"MaxCat {max_cat}"
-        assert_same(t, alone[alg])
+        assert_same(t, alone[alg][0])
 
 
 @pytest.mark.parametrize("k, criterion, nominal, alg_cat, max_cat", [
-    (2, "gini", True, 0, 2), (2, "gini", True, 0, 50), (2, "gini", True, 1, 10),
-    (2, "gini", True, 3, 10), (2, "gini", True, 4, 10), (2, "gini", True, 5, 10),
-    (2, "gini", True, 7, 10), (3, "gini", False, 5, 10), (3, "mse", True, 7, 10)])
+    (2, "gini", True, 0, 2), (2, "gini", True, 1, 10), (2, "gini", True, 7, 10),
+    (3, "gini", False, 5, 10), (3, "mse", True, 7, 10)])
 def test_method_code_without_a_choice_to_make(k, criterion, nominal, alg_cat, max_cat):
     # Two classes always pull left; a numeric predictor or a regression has
     # no method to choose. calyx refuses codes past 4 (the module's refusal
@@ -202,39 +166,9 @@ def test_method_code_without_a_choice_to_make(k, criterion, nominal, alg_cat, ma
     assert_same(t, expected)
 
 
-def sixty_four_levels():
-    """64 codes, each with two classes: none merges."""
-    return (np.repeat(np.arange(64.0), 2)[:, None],
-            np.ravel([[v % 3, (v + 1) % 3] for v in range(64)]).astype(float))
-
-
-def test_levels_past_max_cat_63_go_to_the_heuristics():
-    # The enumeration refuses 64 levels (see test_input_contract).
-    x, Y = sixty_four_levels()
-    t, text = run(x, Y, verbosity=2, max_cat=63, max_splits=1)
-    assert methods(text) and set(methods(text)) <= {"PCA", "OVAbyClass"}
-
-
-@pytest.mark.parametrize("k", [3, 4])
-def test_failed_host_allocation_in_pca(k):
-    X, Y, W = mixed_codes(k, k, 6)
-    inputs = make_inputs(X, Y, W=W, is_cat=np.ones((1, 1), bool), alg_cat=3, max_splits=1)
-    expected = arbolin.calyx(22, inputs)
-    arbolin._core._fail_next_allocation()
-    with pytest.raises(HostError) as info:
-        arbolin.calyx(22, inputs)
-    assert info.value.identifier == ("tallix:silvan:learning:treeutils:"
-                                     "ClassificationNominalSplitFinder:pca:MemoryLessThanXBytes")
-    assert info.value.args == (k * k * 8,)
-    assert_same(arbolin.calyx(22, inputs), expected)
-
-
-# ------------------------------------------- against an enumeration
-
 def class_levels(x, Y, W, k):
-    """The levels of a classification search as (values, class weights):
-    values seen with two classes or more one a level, in rising order, then
-    the values seen with one class only, one level a class."""
+    """A classification's levels as (values, class weights): each value seen with
+    two classes or more, rising, then the one-class values, a level a class."""
     ordinary, pure = [], {}
     for v in np.unique(x):
         seen = np.unique(Y[x == v]).astype(int)
@@ -247,13 +181,10 @@ def class_levels(x, Y, W, k):
 
 
 def best_partitions(groups, value):
-    """Every partition of the levels into two sides, the last level on the
-    second, as (crit, first side, second side), best first."""
-    found = []
-    for mask in range(1, 2 ** (len(groups) - 1)):
-        sides = [[c for c in range(len(groups)) if (mask >> c & 1) == bit] for bit in (1, 0)]
-        found.append((value(*sides), *sides))
-    return sorted(found, key=lambda f: f[0])
+    """Every partition (last level on the second side) as (crit, sides), best first."""
+    sides = ([[c for c in range(len(groups)) if (mask >> c & 1) == bit] for bit in (1, 0)]
+             for mask in range(1, 2 ** (len(groups) - 1)))
+    return sorted(((value(*s), *s) for s in sides), key=lambda f: f[0])
 
 
 def class_value(crit, groups):
@@ -261,9 +192,8 @@ def class_value(crit, groups):
 
 
 def check_root(crit, X, Y, W, k, groups, value, first_left, **settings):
-    """The root's gain against the best partition; when that is unique, the
-    written levels too. `first_left(side)` tells whether the finder leaves
-    a side of the best partition on the left."""
+    """The root's gain against the best partition and, unique, its written levels;
+    `first_left(side)`: the finder leaves that side of it on the left."""
     t, _ = run(X, Y, crit, W=W, min_parent=2, max_splits=1, **settings)
     root = node_risk(crit, Y, W, k)
     ranked = best_partitions(groups, value)
@@ -312,114 +242,35 @@ def test_regression_scan_reaches_the_best_partition(seed):
                lambda side: int(np.argmin(mean)) in side)
 
 
-# ---------------------------------------------------------- printing
-
-def level_table(table, lists):
-    text = f"Found {len(table)} nominal levels:\n"
-    for k, order in enumerate(lists):
-        text += f"  Class {k}:\n"
-        for c in order:
-            values, counts = table[c]
-            text += ("     Category %5i:" % c + "".join(f" {v:g}" for v in values) + "\n"
-                     "       Class  counts:" + "".join(f" {n}" for n in counts) + "\n"
-                     "       Class weights:" + "".join(f" {n:g}" for n in counts) + "\n")
-    return text
-
-
-def sorted_levels(lists):
-    return "Sorted categories per class:\n" + "".join(
-        f"   Class {k}:" + "".join(f"  {c}" for c in order) + "\n" for k, order in enumerate(lists))
-
-
-def risk(*counts):
-    return float(gini(np.array(counts, dtype=float)))
-
-
-def progress(verbosity, nodes, divided, searched, search, found):
-    """The text of a root-only tree on one predictor of unit weights. `nodes`
-    are the (class counts, risk) of the root and its children; the search
-    adds `divided` at verbosity 4, `searched` at 3, search(verbosity), and
-    `found` at 2."""
-    shown = [node_text(sum(c), np.array(c) / sum(c), c, r) for c, r in nodes]
-    text = shown[0] + "\nProcessing layer 0 with maximal number of splits 1...\n"
-    text += "    Splitting node 0...\n"
-    if verbosity >= 2:
-        text += "Sorting variable 0...\nDividing variable 0...\n"
-    if verbosity >= 4:
-        text += divided
-    if verbosity >= 2:
-        text += "Performing exhaustive search on variable 0...\n"
-    if verbosity >= 3:
-        text += "critParent_ = %g\n" % nodes[0][1] + searched
-        text += "".join("  Ptot(%i)=%g" % p for p in enumerate(nodes[0][0])) + "\n"
-    text += search(verbosity)
-    if verbosity >= 2:
-        text += found
-    if verbosity >= 3:
-        text += "   gain = %13.10g\n" % (nodes[0][1] - nodes[1][1] - nodes[2][1])
-    return text + "    Found 1 split candidates.\n" + shown[1] + shown[2]
-
-
-PROGRESS = {
-    # Six rows of one numeric predictor; classes 0 0 1 0 1 1 by rising x.
-    # Divisions at positions 1, 2, 3 (x 0.2, 0.3, 0.4): risks 0 + 1.5,
-    # 4/3 + 4/3, 1.5 + 0. The lower of the two equal ones wins: cut 0.25.
-    "numeric": dict(
-        x=[0.4, 0.1, 0.6, 0.2, 0.5, 0.3], y=[0, 0, 1, 0, 1, 1], nominal=False, split=0.25,
-        nodes=[([3, 3], 3.0), ([2, 0], 0.0), ([1, 3], 1.5)],
-        divided="deltaclass after 1st minleaf = 0  divisions:\n"
-                "  i-1=0  i0=1  i+1=2  x-1=0.1  x0=0.1  x+1=0.1  y=0  y+1=1  Ndiv=0\n"
-                "  i-1=2  i0=2  i+1=3  x-1=0.3  x0=0.2  x+1=0.3  y=1  y+1=0  Ndiv=1\n"
-                "  i-1=3  i0=3  i+1=4  x-1=0.4  x0=0.3  x+1=0.4  y=0  y+1=1  Ndiv=2\n"
-                "  i-1=4  i0=4  i+1=5  x-1=0.5  x0=0.4  x+1=0.5  y=1  y+1=1  Ndiv=3\n"
-                "  Ndiv at exit = 3  Last division = 3\n",
-        searched="Found 3 numeric divisions:\n"
-                 "   idx=1  pos=0.2   idx=2  pos=0.3   idx=3  pos=0.4\n",
-        search=lambda v: "".join("  critFromKids %13.10g   at split (lower) = %13.10g\n" % pair
-                                 for pair in [(1.5, 0.2), (2 * risk(2, 1), 0.3), (1.5, 0.4)]
-                                 if v >= 4),
-        found=""),
-    # Code 2 (classes 1 2) is level 0, code 5 (0 1 1) level 1, codes 7 and
-    # 9 (class 2 only) level 2. Masks 1, 2, 3 leave 1 + 3.2, 4 / 3 + 1.5
-    # and 2.8 + 0: {2, 5} | {7, 9}.
-    "exact": dict(
-        x=[5, 2, 7, 5, 9, 2, 5], y=[0, 1, 2, 1, 2, 2, 1], nominal=True, split=([2, 5], [7, 9]),
-        nodes=[([1, 3, 3], risk(1, 3, 3)), ([1, 3, 1], risk(1, 3, 1)), ([0, 0, 2], 0.0)],
-        divided=sorted_levels([[1], [1, 0], [2, 0]]),
-        searched=level_table({0: ([2], [0, 1, 1]), 1: ([5], [1, 2, 0]), 2: ([7, 9], [0, 0, 2])},
-                             [[1], [1, 0], [2, 0]]),
-        search=lambda v: ("Will inspect 6 categorical splits for the exact method.\n"
-                          if v >= 3 else "") + "".join(
-            "     Analyzing split with Nbelow=%i  Nabove=%i   Wbelow=%g    Wabove=%g\n"
-            % (b, 7 - b, b, 7 - b) for b in (2, 3, 5) if v >= 4),
-        found=FOUND % (2, 1, "Exact")),
-    # Two classes: codes 1 (classes 0 1), 3 (0 0 1), 4 (0 1 1 1) are levels
-    # 0 to 2, codes 6 (class 0) and 8 (class 1) levels 3 and 4. Pulled by
-    # falling share of class 0: 3, 1, 0, 2, leaving 4.8, 1.5 + 20 / 7,
-    # 8 / 3 + 1.6 and 5 + 0; the third is best: {1, 3, 6} | {4, 8}.
-    "pull-left": dict(
-        x=[4, 1, 3, 8, 4, 3, 6, 1, 4, 3, 4], y=[0, 0, 0, 1, 1, 0, 0, 1, 1, 1, 1], nominal=True,
-        split=([1, 3, 6], [4, 8]), nodes=[([5, 6], risk(5, 6)), ([4, 2], risk(4, 2)),
-                                          ([1, 4], risk(1, 4))],
-        divided=sorted_levels([[3, 1, 0, 2], [4, 2, 0, 1]]),
-        searched=level_table({0: ([1], [1, 1]), 1: ([3], [2, 1]), 2: ([4], [1, 3]),
-                              3: ([6], [1, 0]), 4: ([8], [0, 1])}, [[3, 1, 0, 2], [4, 2, 0, 1]]),
-        search=lambda v: "" if v < 4 else "".join(
-            "Pulling category indices for classes: Class=0  Index=%i\n"
-            "Pulling categories:  %i\n     Found bestK=0  ncat=%i\n" % (p, c, c)
-            for p, c in [(0, 3), (0, 1), (1, 0), (2, 2)])
-        + "   Split candidate with Crit=%g  Nbelow=6   Nabove=5\n" % (risk(4, 2) + risk(1, 4)),
-        found=FOUND % (3, 2, "PullLeft")),
-}
+# Six rows of one numeric predictor; classes 0 0 1 0 1 1 by rising x.
+# Divisions at positions 1, 2, 3 (x 0.2, 0.3, 0.4): risks 0 + 1.5,
+# 4/3 + 4/3, 1.5 + 0. The lower of the two equal ones wins: cut 0.25. Its
+# traces at levels 3 and 4 stand for those of every search; the nominal
+# searches' one line at level 2 is FOUND.
+DIVIDED = ("deltaclass after 1st minleaf = 0  divisions:\n"
+           "  i-1=0  i0=1  i+1=2  x-1=0.1  x0=0.1  x+1=0.1  y=0  y+1=1  Ndiv=0\n"
+           "  i-1=2  i0=2  i+1=3  x-1=0.3  x0=0.2  x+1=0.3  y=1  y+1=0  Ndiv=1\n"
+           "  i-1=3  i0=3  i+1=4  x-1=0.4  x0=0.3  x+1=0.4  y=0  y+1=1  Ndiv=2\n"
+           "  i-1=4  i0=4  i+1=5  x-1=0.5  x0=0.4  x+1=0.5  y=1  y+1=1  Ndiv=3\n"
+           "  Ndiv at exit = 3  Last division = 3\n")
+SEARCHED = "Found 3 numeric divisions:\n   idx=1  pos=0.2   idx=2  pos=0.3   idx=3  pos=0.4\n"
+CRIT = "".join("  critFromKids %13.10g   at split (lower) = %13.10g\n" % pair
+               for pair in [(1.5, 0.2), (8 / 3, 0.3), (1.5, 0.4)])
 
 
 @pytest.mark.parametrize("verbosity", [1, 2, 3, 4])
-@pytest.mark.parametrize("case", PROGRESS)
-def test_progress_text_of_a_search(case, verbosity):
-    c = PROGRESS[case]
-    t, text = run(np.array(c["x"], dtype=float)[:, None], np.array(c["y"], dtype=float),
-                  verbosity=verbosity, min_parent=2, max_splits=1,
-                  is_cat=np.full((1, 1), c["nominal"]))
-    assert (root_levels(t) if c["nominal"] else col(t, "CutPoint")[0]) == c["split"]
-    assert text == progress(verbosity, c["nodes"], c["divided"], c["searched"], c["search"],
-                            c["found"])
+def test_progress_text_of_a_search(verbosity):
+    t, text = run([[0.4], [0.1], [0.6], [0.2], [0.5], [0.3]], np.array([0, 0, 1, 0, 1, 1.0]),
+                  verbosity=verbosity, min_parent=2, max_splits=1, is_cat=np.zeros((1, 1), bool))
+    assert col(t, "CutPoint")[0] == 0.25
+    root, left, right = (node_text(sum(c), np.array(c) / sum(c), c, r)
+                         for c, r in [([3, 3], 3), ([2, 0], 0), ([1, 3], 1.5)])
+    expected = root + "\nProcessing layer 0 with maximal number of splits 1...\n"
+    expected += "    Splitting node 0...\n"
+    if verbosity >= 2:
+        expected += ("Sorting variable 0...\nDividing variable 0...\n" + DIVIDED * (verbosity >= 4)
+                     + "Performing exhaustive search on variable 0...\n")
+    if verbosity >= 3:
+        expected += ("critParent_ = 3\n" + SEARCHED + "  Ptot(0)=3  Ptot(1)=3\n"
+                     + CRIT * (verbosity >= 4) + "   gain = %13.10g\n" % 1.5)
+    assert text == expected + "    Found 1 split candidates.\n" + left + right

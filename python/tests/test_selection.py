@@ -1,10 +1,5 @@
-"""Choosing the predictors of a node by curvature and interaction tests: the
-p-values of the F test and of the chi-square test against their textbook
-forms, the bins of a numeric predictor, the pair tests, each branch of the
-choice, and the printed progress.
-
-Weights sum to 1 and every row is at the root, the scale on which the
-module's statistics are the textbook ones."""
+"""Curvature and interaction tests against their textbook p-values (weights
+summing to 1 at the root), bins, each branch of the choice, the printed text."""
 
 import re
 
@@ -19,8 +14,7 @@ ROOT = "    Splitting node 0...\n"
 
 
 def run(X, Y, verbosity=2, **settings):
-    """All outputs by name and the text printed for the root's search.
-    Only the root is searched unless `min_parent` says otherwise."""
+    """All outputs by name and the text printed for the root's search (the only one)."""
     X = np.asarray(X)
     settings.setdefault("W", np.full(len(X), 1 / len(X)))
     settings.setdefault("curvature", True)
@@ -35,10 +29,8 @@ def root(t, name):
 
 
 def searched(block):
-    return [int(j) for j in re.findall(r"exhaustive search on variable (\d+)", block)]
+    return list(map(int, re.findall(r"exhaustive search on variable (\d+)", block)))
 
-
-# ------------------------------------------------------------ references
 
 def groups(Y, regression):
     """Classes, or the rows below the weighted mean (all weights equal) and the rest."""
@@ -102,31 +94,25 @@ def check_choice(t, block, expected):
     """The root records the first smallest p-value if it is under 0.05, else
     (D + 1, 0.05); each printed p-value is the reference's. Single precision
     weights hold the p-values to 1e-4."""
-    d = len(expected)
-    j = int(np.argmin(expected))
-    entry = root(t, "CurvatureTests")
+    j, entry = int(np.argmin(expected)), root(t, "CurvatureTests")
     rtol = 1e-10 if entry.dtype == np.float64 else 1e-4
-    assert entry.shape == (1, 2)
     if expected[j] < 0.05:
-        assert entry[0, 0] == j + 1
+        assert entry.shape == (1, 2) and entry[0, 0] == j + 1
         np.testing.assert_allclose(entry[0, 1], expected[j], rtol=rtol, atol=0)
-    else:
-        assert entry.tolist() == [[d + 1, entry.dtype.type(0.05)]]
-    np.testing.assert_allclose([printed_pvalues(block)[i] for i in range(d)], expected,
-                               rtol=max(rtol, 1e-9), atol=0)
+    else:  # a leaf
+        assert entry.tolist() == [[len(expected) + 1, entry.dtype.type(0.05)]]
+        assert col(t, "CutVar")[0] == 0 and t["Children"].shape == (2, 1)
+    np.testing.assert_allclose([printed_pvalues(block)[i] for i in range(len(expected))],
+                               expected, rtol=max(rtol, 1e-9), atol=0)
 
-
-# --------------------------------------------------- the single-predictor tests
 
 def single_predictor_data(test, seed, k, nan):
-    """Three predictors and k classes (1: a response) for the F test, the
-    chi-square test on bins, or on the levels of nominal predictors."""
+    """Three predictors and k classes (1: a response) for the F, bins or levels test."""
     if test == "levels":
         rng = np.random.default_rng(seed)
         X = rng.integers(0, 5, (150, 3)).astype(float)
         Y = ((X[:, 1] + 2 * rng.random(150)) > 3.5).astype(float)
-        if k == 1:
-            Y = X[:, 1] + 3 * rng.standard_normal(150)
+        Y = X[:, 1] + 3 * rng.standard_normal(150) if k == 1 else Y
         X[rng.random(X.shape) < nan] = np.nan
         return X, Y
     n = 90 if test.startswith("F") else 120
@@ -168,7 +154,6 @@ def test_p_values_are_the_textbook_ones(test, seed, k, nan, w_type):
 
 @pytest.mark.parametrize("counts, rising, falling", [
     ([16, 16, 16, 16], [16, 16, 16, 16], [16, 16, 16, 16]),
-    ([32, 32], [32, 32], [32, 32]),
     ([8] * 8, [16, 16, 16, 16], [16, 16, 16, 16]),
     # A bin that cannot end at its share of 1/B runs on to the next
     # cumulative weight above the share, and takes the rest at the end.
@@ -181,8 +166,7 @@ def test_bins_of_equal_weight_keep_tied_values_together(counts, rising, falling)
     # Each value carries both classes, so every change of value is a
     # division; weights of 1/64 make the shares exact.
     x = np.repeat(np.arange(len(counts), dtype=float), counts)
-    Y = np.arange(64) % 2.0
-    t, block = run(np.column_stack([x, -x]), Y, chisq=True)
+    t, block = run(np.column_stack([x, -x]), np.arange(64) % 2.0, chisq=True)
     assert printed_bins(block) == {0: rising, 1: falling}
 
 
@@ -211,11 +195,8 @@ def test_a_child_keeps_the_scale_of_the_whole_data(chisq):
                                rtol=1e-9)
 
 
-# --------------------------------------------------------- interaction tests
-
 def xor_data(seed, regression=False, nominal=False, nan=0.0, n=240):
-    """The response is the exclusive or of the signs of predictors 0 and 1
-    (as nominal ones, of four levels -1.5 to 1.5); predictor 2 is noise."""
+    """Y the exclusive or of the signs of x0 and x1 (nominal: 4 levels); x2 noise."""
     rng = np.random.default_rng(seed)
     X = rng.uniform(-1, 1, (n, 3))
     if nominal:
@@ -230,13 +211,11 @@ def xor_data(seed, regression=False, nominal=False, nan=0.0, n=240):
     (35, False, True, 0.05), (36, True, False, 0.0), (37, True, True, 0.0)])
 def test_exclusive_or_is_found_by_the_pair(seed, regression, nominal, nan):
     X, Y = xor_data(seed, regression, nominal, nan)
-    is_cat = np.array([[nominal, nominal, False]])
     t, block = run(X, Y, criterion="mse" if regression else "gini", interaction=True,
-                   is_cat=is_cat)
-    g = groups(Y, regression)
-    bins = printed_bins(block)
-    codes = [level_codes(x, None if regression else g) if is_cat[0, j] else bin_codes(x, bins[j])
-             for j, x in enumerate(X.T)]
+                   is_cat=np.array([[nominal, nominal, False]]))
+    g, bins = groups(Y, regression), printed_bins(block)
+    codes = [level_codes(x, None if regression else g) if nominal and j < 2
+             else bin_codes(x, bins[j]) for j, x in enumerate(X.T)]
     assert min(chi2_pvalue(c, g) for c in codes) >= 0.05
     assert root(t, "CurvatureTests").tolist() == [[4, 0.05]]
     pairs = {(a, b): chi2_pvalue(codes[a] * 16 + codes[b], g) for a, b in [(0, 1), (0, 2), (1, 2)]}
@@ -249,8 +228,6 @@ def test_exclusive_or_is_found_by_the_pair(seed, regression, nominal, nan):
     assert searched(block) == [0, 1]                 # the pair replaced the choice
 
 
-# ------------------------------------------------------- branches of the choice
-
 @pytest.mark.parametrize("copied, recorded, search", [
     (0, [[1, 2, 0], [2, 4, 0]], [0, 1, 3]),
     (1, [[1, 2, 0]], [0, 1])])                  # partners 1 and 3 tie: the earlier stays
@@ -261,8 +238,7 @@ def test_pairs_of_p_value_zero_are_all_searched(copied, recorded, search):
     # copy has pure cells, and the tail of 2048 on 15 degrees of freedom
     # underflows to 0.
     grid = np.array(np.meshgrid(*[[-1.5, -0.5, 0.5, 1.5]] * 3, indexing="ij")).reshape(3, -1).T
-    X = np.repeat(grid, 32, axis=0)
-    X = np.column_stack([X, X[:, copied]])
+    X = np.column_stack([np.repeat(grid, 32, axis=0), np.repeat(grid[:, copied], 32)])
     t, block = run(X, ((X[:, 0] > 0) != (X[:, 1] > 0)).astype(float), interaction=True)
     assert set(printed_pvalues(block).values()) == {1.0}
     assert root(t, "CurvatureTests").tolist() == [[5, 0.05]]
@@ -270,19 +246,14 @@ def test_pairs_of_p_value_zero_are_all_searched(copied, recorded, search):
     assert searched(block) == search
 
 
-def test_no_p_value_under_the_threshold_leaves_a_leaf():
+def test_best_pair_is_recorded_though_not_under_the_threshold():
     X = np.random.default_rng(41).random((80, 3))
-    Y = np.random.default_rng(411).integers(0, 2, 80).astype(float)
-    for interaction in (False, True):
-        t, block = run(X, Y, interaction=interaction)
-        assert min(printed_pvalues(block).values()) >= 0.05
-        assert root(t, "CurvatureTests").tolist() == [[4, 0.05]]
-        if interaction:
-            # The best pair is recorded though it does not come under 0.05.
-            (a, b, p), = root(t, "InteractionTests")
-            assert (a, b) == (1, 2) and 0.05 < p < 1
-        assert col(t, "CutVar")[0] == 0 and not t["IsBranch"][0, 0]
-        assert t["Children"].shape == (2, 1)
+    t, block = run(X, np.random.default_rng(411).integers(0, 2, 80).astype(float),
+                   interaction=True)
+    assert min(printed_pvalues(block).values()) >= 0.05
+    assert root(t, "CurvatureTests").tolist() == [[4, 0.05]] and col(t, "CutVar")[0] == 0
+    (a, b, p), = root(t, "InteractionTests")
+    assert (a, b) == (1, 2) and 0.05 < p < 1
 
 
 @pytest.mark.parametrize("interaction", [False, True])
@@ -308,8 +279,8 @@ def test_equal_p_values_go_to_the_first_drawn_and_keep_the_choice(seed):
     # Four copies of one predictor, three drawn: every test, alone or in a
     # pair, has the one table, so all p-values are equal.
     X, Y, _ = random_data(43, n=100, d=2, k=2)
-    X = np.column_stack([X[:, 0]] * 4)
-    t, block = run(X, Y, sample_size=3, stream=arbolin.Stream(seed), interaction=True)
+    t, block = run(np.column_stack([X[:, 0]] * 4), Y, sample_size=3, stream=arbolin.Stream(seed),
+                   interaction=True)
     a, b, c = [int(j) for j in re.findall(r"chisq curvature test on variable (\d)", block)]
     (var, p), = root(t, "CurvatureTests")
     assert var == a + 1 and 0 < p < 0.05
@@ -345,12 +316,10 @@ SHIFT_AT_005 = 0.15036693781303365
 
 @pytest.mark.parametrize("shift, under", [(SHIFT_AT_005, False), (SHIFT_AT_005 * 1.001, True)])
 def test_p_value_of_exactly_005_is_not_under_the_threshold(shift, under):
-    n = 48
-    Y = np.tile([0.0, 1.0], n // 2)
-    X = np.column_stack([(np.arange(n) * 7 % n) / n + shift * Y, np.full(n, 2.0)])
-    t, block = run(X, Y, W=np.full(n, 1 / n, dtype=np.float32))
-    p = printed_pvalues(block)[0]
-    entry = root(t, "CurvatureTests")
+    Y = np.tile([0.0, 1.0], 24)
+    X = np.column_stack([(np.arange(48) * 7 % 48) / 48 + shift * Y, np.full(48, 2.0)])
+    t, block = run(X, Y, W=np.full(48, 1 / 48, dtype=np.float32))
+    p, entry = printed_pvalues(block)[0], root(t, "CurvatureTests")
     assert entry.dtype == np.float32
     if under:
         assert p < 0.05 and entry[0, 0] == 1 and col(t, "CutVar")[0] == 1
@@ -369,10 +338,8 @@ def test_p_value_of_exactly_005_is_not_under_the_threshold(shift, under):
     (3, 3, 1, 2, True)])
 def test_curvature_in_force_only_with_two_predictors_and_enough_rows(d, k, min_leaf,
                                                                      sample_size, in_force):
-    """Out of force, the node is searched as if the flag were off, and its
-    entry stays unset."""
-    X = np.random.default_rng(44).random((9, d))
-    Y = np.arange(9.0) % k
+    # Out of force, the node is searched as if the flag were off, its entry unset.
+    X, Y = np.random.default_rng(44).random((9, d)), np.arange(9.0) % k
 
     def grown(curvature):
         settings = dict(sample_size=sample_size, stream=arbolin.Stream(7)) if sample_size else {}
@@ -386,8 +353,6 @@ def test_curvature_in_force_only_with_two_predictors_and_enough_rows(d, k, min_l
         on.pop("CurvatureTests"), off.pop("CurvatureTests")
         assert_same(on, off)
 
-
-# ------------------------------------------------------------ printed progress
 
 FTEST = ("        Ftest with exp. var. = %13.10g   unexp. var. = %13.10g   v1 = %i   v2 = %i"
          "    pval = %13.10g\n")
@@ -410,8 +375,7 @@ def test_progress_text_of_the_f_test(verbosity):
     # has equal group means (F of 0: p of 1, with its line).
     X = np.array([[1, 7, 1], [2, 7, 3], [2, 7, 1], [3, 7, 3],
                   [4, 7, 1], [5, 7, 3], [5, 7, 1], [6, 7, 3]], dtype=float)
-    Y = np.repeat([0.0, 1.0], 4)
-    t, block = run(X, Y, verbosity=verbosity)
+    t, block = run(X, np.repeat([0.0, 1.0], 4), verbosity=verbosity)
     p = stats.f.sf(27, 1, 6)
     lines = [FTEST % (2.25, 0.5 / 6, 1, 6, p), "", FTEST % (0, 1 / 6, 1, 6, 1)]
     if verbosity == 1:
@@ -429,8 +393,7 @@ def test_progress_text_of_the_chisq_and_pair_tests(verbosity):
     # Exclusive or of two predictors, twice over, and a constant predictor
     # that has no bins: its pairs are 1 and print nothing after their line.
     X = np.array([[0, 0, 5], [0, 1, 5], [1, 0, 5], [1, 1, 5]] * 2, dtype=float)
-    Y = np.array([0.0, 1, 1, 0] * 2)
-    t, block = run(X, Y, verbosity=verbosity, interaction=True)
+    t, block = run(X, np.array([0.0, 1, 1, 0] * 2), verbosity=verbosity, interaction=True)
     alone = TABLE % (0, 1, 1)                   # each value holds both classes evenly
     p = stats.chi2.sf(8, 3)                     # four pure cells of 2 rows
     pair = TABLE % (8, 3, p)

@@ -1,6 +1,5 @@
-"""A printing run searches every node serially; a silent one puts the column
-searches, the tests of the predictors and the surrogate search on worker
-threads. Both must grow the same tree, bit for bit, in both precisions."""
+"""A printing run searches serially, a silent one on worker threads: both grow
+the same tree, bit for bit, in both precisions."""
 
 import numpy as np
 import pytest
@@ -25,13 +24,9 @@ def selection(regression):
 
 # criterion, data, settings; a SampleSize below 6 draws predictors.
 CASES = {
-    "gini": ("gini", numeric, dict(sample_size=6, surrogates=1)),
-    "deviance-drawn": ("deviance", numeric, dict(sample_size=4, surrogates=1)),
-    "twoing": ("twoing", numeric, dict(sample_size=6, surrogates=1)),
-    "gini-cost": ("gini-cost", numeric, dict(sample_size=6, surrogates=1)),
-    "error-cost-drawn": ("error-cost", numeric, dict(sample_size=3, surrogates=1)),
-    "mse": ("mse", numeric, dict(sample_size=6, surrogates=1)),
-    "mse-drawn": ("mse", numeric, dict(sample_size=4, surrogates=1)),
+    **{f"{name}{'-drawn' * (size < 6)}": (name, numeric, dict(sample_size=size, surrogates=1))
+       for name, size in [("gini", 6), ("deviance", 4), ("twoing", 6), ("gini-cost", 6),
+                          ("error-cost", 3), ("mse", 6), ("mse", 4)]},
     "nominal-gini-2": ("gini", nominal(2), dict(max_cat=8, surrogates=3)),
     "nominal-gini-3": ("gini", nominal(3), dict(max_cat=8, surrogates=3)),
     "nominal-deviance-5": ("deviance", nominal(5), dict(max_cat=8, surrogates=3)),
@@ -46,8 +41,8 @@ CASES = {
 def test_serial_run_gives_the_parallel_tree(case, dtype):
     name, data, settings = CASES[case]
     crit = CRITERIA[name]
-    X, Y, W, is_cat = data(crit.regression)
-    X, Y, W = X.astype(dtype), Y.astype(dtype), W.astype(dtype)
+    *XYW, is_cat = data(crit.regression)
+    X, Y, W = (v.astype(dtype) for v in XYW)
 
     def grown(verbosity):
         stream = arbolin.Stream(3) if "sample_size" in settings else EMPTY

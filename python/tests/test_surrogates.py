@@ -1,7 +1,5 @@
-"""Surrogate splits: how well another predictor imitates the winner's split
-(numeric with its orientation, nominal with its level lists), the surrogate's
-own gain, the ranked lists of outputs 17 to 22, and the routing of the rows
-that are missing in the winner."""
+"""Surrogate splits: association (numeric with orientation, nominal by level
+lists), own gain, the ranked lists of outputs 17 to 22, routing of missing rows."""
 
 import numpy as np
 import pytest
@@ -26,43 +24,20 @@ def stump(X, Y, **settings):
 
 
 def root(t):
-    """The root's six surrogate lists by output name, as 1 by s arrays (or a
-    1 by s cell of levels)."""
+    """The root's six surrogate lists by output name, 1 by s each."""
     return {name: t[name].data[0] for name in LISTS}
 
 
 def check_root(t, levels, directions, cuts, predictors, gains, associations):
-    """The root's lists against the expected ones (gains to a relative 1e-12,
-    all else exactly), and no surrogates in the two leaves."""
+    """The root's lists (gains to a relative 1e-12), and none in the two leaves."""
     lists = root(t)
     assert lists["SurrogateLevels"] == Cell((1, len(levels)), levels)
     for name, expected in zip(LISTS[1:], (directions, cuts, predictors, gains, associations)):
         assert lists[name].shape == (1, len(expected)), name
-        if name == "SurrogateGains":
-            np.testing.assert_allclose(lists[name][0], expected, rtol=1e-12)
-        else:
-            np.testing.assert_array_equal(lists[name][0], expected, err_msg=name)
+        np.testing.assert_allclose(lists[name][0], expected, err_msg=name,
+                                   rtol=1e-12 if name == "SurrogateGains" else 0)
     for name in LISTS:
-        assert t[name].shape == (3, 1)
-        assert all(v.shape == (0, 0) for v in t[name].data[1:]), name
-
-
-# ------------------------------------------------ association of one predictor
-
-# x0 splits classes 0 0 0 0 | 1 1 1 1 at 4.5 with the gain 4 (Gini risk 8 * 0.5).
-# A copy gives pLL = pRR = 0.5 at its own cut and a mirror pLR = pRL = 0.5:
-# association (0.5 - 0) / 0.5 = 1; both split perfectly by themselves, and the
-# tie of gains goes to x0.
-@pytest.mark.parametrize("other, direction, cut", [(10 * np.arange(1.0, 9) + 1, 1, 46.0),
-                                                   (-np.arange(1.0, 9), -1, -4.5)],
-                         ids=["copy", "mirror"])
-def test_copy_and_mirror_of_the_winner_have_association_1(other, direction, cut):
-    t = stump([np.arange(1.0, 9), other], [0, 0, 0, 0, 1, 1, 1, 1], surrogates=2)
-    assert col(t, "CutVar")[0] == 1 and col(t, "CutPoint")[0] == 4.5
-    check_root(t, [""], [direction], [cut], [2], [4.0], [1.0])
-    # Nothing is missing in the winner: nothing to route.
-    assert col(t, "NodeSize").tolist() == [8, 4, 4]
-    assert not col(t, "HasUnroutedRows").any()
+        assert t[name].shape == (3, 1) and all(v.shape == (0, 0) for v in t[name].data[1:]), name
 
 
 # Four rows of weights 0.6 0.1 | 0.05 0.25 (classes 0 0 | 1 1), MinLeaf 2, so
@@ -71,8 +46,7 @@ def test_copy_and_mirror_of_the_winner_have_association_1(other, direction, cut)
 # right-below, 0.25 right-above: pLL + pRR = 0.85, error 0.15, association
 # (0.3 - 0.15) / 0.3 = 0.5. x1 gets pLL + pRR = 0.65 against pLR + pRL = 0.35:
 # orientation +1 with (0.3 - 0.35) / 0.3 < 0, so it is no surrogate.
-WORKED_X = [[1, 3, 2, 4.0], [1, 3, 4, 2.0], [1, 2, 3, 4.0]]
-WORKED_Y = [0, 0, 1, 1]
+WORKED_X, WORKED_Y = [[1, 3, 2, 4.0], [1, 3, 4, 2.0], [1, 2, 3, 4.0]], [0, 0, 1, 1]
 WORKED_W = np.array([0.6, 0.1, 0.05, 0.25])
 
 
@@ -87,33 +61,10 @@ def test_worked_example_has_association_one_half():
     check_root(t, [""], [1], [2.5], [1], [gain], found[0])
 
 
-# Ten rows of weight 1; 30 % of them are NaN in the surrogate, which splits
-# the rest exactly like the winner. Children 5 | 5 (minP 0.5): the three
-# missing rows stay in the error, pLL + pRR = 0.7, association
-# (0.5 - 0.3) / 0.5 = 0.4 instead of 1. Children 7 | 3 (minP 0.3): the error
-# 0.3 is the default rule's, association exactly 0, and 0 is not kept.
-@pytest.mark.parametrize("left, nan_rows, kept", [(5, [3, 4, 8], [assoc(0.3, 0.4, 0.5)]),
-                                                  (7, [5, 6, 9], [])])
-def test_rows_missing_in_the_surrogate_count_as_errors(left, nan_rows, kept):
-    x = 3 * np.arange(1.0, 11)
-    x[nan_rows] = NAN
-    t = stump([np.arange(1.0, 11), x], [0] * left + [1] * (10 - left), surrogates=2)
-    if kept:
-        # Its own gain: the perfect split of the 7 rows present, charged the
-        # parent's risk 5 in their share 7 / 10.
-        check_root(t, [""], [1], [13.5], [2], [3.5], kept)
-    else:
-        assert assoc(0.5, 0.2, 0.3) == 0
-        assert all(v.shape == (0, 0) for v in root(t).values())
-    assert col(t, "NodeSize").tolist() == [10, left, 10 - left]
-    assert not col(t, "HasUnroutedRows").any()
-
-
-# --------------------------------------------------- ranked lists and routing
-
 # x0 parts classes 0 | 1 of rows 0-15; rows 16-19 are NaN in it, of classes
 # 2 3 4 5, so that the class counts of the children show where each went.
-# Node weight 20, minP 8 / 20; the four missing rows stay in every error.
+# Node weight 20, minP 8 / 20; the four missing rows stay in every error, as
+# do the rows missing in a surrogate (a copy would otherwise have 1).
 #   x1 copies x0 (cut 8.5):                       pLL = pRR = 8/20    +1
 #   x2 mirrors it times 10, NaN in row 0 (85):    pLR = 7/20, pRL = 8/20  -1
 #   x3 copies it plus 100, NaN in rows 1, 14:     pLL = pRR = 7/20    +1
@@ -140,8 +91,7 @@ def test_missing_rows_follow_the_best_surrogate_with_a_value(count):
     check_root(t, [""] * count, [1, -1, 1][:count], [8.5, 85, 108.5][:count],
                [2, 3, 4][:count], gains[:count],
                [assoc(0.4, 0.4, 0.4), assoc(0.35, 0.4, 0.4), assoc(0.35, 0.35, 0.4)][:count])
-    left = [8, 0, 1, 0, 0, int(count == 3)]
-    right = [0, 8, 0, int(count >= 2), 1, 0]
+    left, right = [8, 0, 1, 0, 0, int(count == 3)], [0, 8, 0, int(count >= 2), 1, 0]
     assert t["ClassCount"][:, 1:].T.tolist() == [left, right]
     assert col(t, "NodeSize").tolist() == [20, sum(left), sum(right)]
     assert col(t, "HasUnroutedRows").tolist() == [count < 3, False, False]
@@ -153,17 +103,15 @@ def test_row_on_the_cut_of_a_surrogate_goes_high():
     # tied, v and w too, 1 and w not. The cut after 1 is their midpoint,
     # which is v itself. Its association: pLL = 3/9 (row 3 lies far off at
     # 10), pRR = 4/9, minP 4/9. Row 8 is equal to the cut: high, so right.
-    v = np.nextafter(1.0, 2)
+    v, y = np.nextafter(1.0, 2), [0, 1, 2, 3, 100, 101, 102, 103, 50]
     w = np.nextafter(v, 2)
-    y = [0, 1, 2, 3, 100, 101, 102, 103, 50]
     t = stump([[1, 2, 3, 4, 5, 6, 7, 8, NAN], [0.5, 0.75, 1, 10, w, 2, 3, 4, v]], y,
               criterion="mse", surrogates=1)
     own = sse(np.array(y, float), np.ones(9)) - sse(np.array([0, 1, 2.0]), np.ones(3)) \
         - sse(np.array([3, 100, 101, 102, 103, 50.0]), np.ones(6))
     check_root(t, [""], [1], [v], [2], [own], [assoc(3 / 9, 4 / 9, 4 / 9)])
-    assert col(t, "NodeSize").tolist() == [9, 4, 5]
+    assert col(t, "NodeSize").tolist() == [9, 4, 5] and not col(t, "HasUnroutedRows").any()
     assert col(t, "NodeValue")[1:].tolist() == [1.5, 91.2]
-    assert not col(t, "HasUnroutedRows").any()
 
 
 @pytest.mark.parametrize("surrogates", [0, 2])
@@ -185,8 +133,6 @@ def test_without_a_positive_association_the_missing_rows_stay(surrogates):
     check_tree(t, CRITERIA["gini"], X, Y, np.ones(8))
 
 
-# ------------------------------------------- nominal surrogates, output classes
-
 # x0 splits classes 0 0 0 0 | 1 1 1 1 of rows 0-7; rows 8 and 9 are NaN in
 # x0 and in x2, a copy of x0 (times 10, plus 1). Nominal x1 holds codes
 #   3 5 3 5 | 2 7 2 3 for rows 0-7, 7 for row 8 and 9 for row 9.
@@ -200,12 +146,15 @@ NOMINAL_Y = [0, 0, 0, 0, 1, 1, 1, 1, 1, 0]
 
 
 @pytest.mark.parametrize("surrogates", [0, 3])
-@pytest.mark.parametrize("x, y, w", [(F8, F8, F8), (F4, F8, F8), (F8, F8, F4), (F4, F4, F4)])
+@pytest.mark.parametrize("x, y, w", [(x, y, w) for x in (F8, F4) for y in (F8, F4) for w in (F8, F4)
+                                     if (x, y, w) != (F8, F4, F4)])  # refused by calyx
 def test_nominal_and_numeric_surrogates_in_the_outputs(x, y, w, surrogates):
     X = np.column_stack(NOMINAL_X).astype(x)
     t = grow(make_inputs(X, np.array(NOMINAL_Y, dtype=y), W=np.ones(10, dtype=w),
                          is_cat=np.array([[False, True, False]]), min_parent=2, max_splits=1,
                          surrogates=surrogates))
+    # Each class of X, Y and W reaches a driver of its own.
+    assert (t["CutPoint"].dtype, t["ClassCount"].dtype, t["NodeProb"].dtype) == (x, y, w)
     if not surrogates:
         for name in LISTS:
             assert_same(t[name], Cell((0, 0)), name, close=True)
@@ -225,43 +174,20 @@ def test_nominal_and_numeric_surrogates_in_the_outputs(x, y, w, surrogates):
     for name, first in zip(LISTS, expected):
         empty = Cell((0, 0)) if name == LISTS[0] else np.zeros((0, 0), first.dtype)
         assert_same(t[name], Cell((3, 1), [first, empty, empty]), name, close=True)
-    assert col(t, "NodeSize").tolist() == [10, 5, 5]
+    assert col(t, "NodeSize").tolist() == [10, 5, 5] and not col(t, "HasUnroutedRows").any()
     assert t["ClassCount"].tolist() == [[5, 5, 0], [5, 0, 5]]
-    assert not col(t, "HasUnroutedRows").any()
 
 
-# ---------------------------------------------------------- printing
-
-# The worked example: x2 wins, so the table's last entry is never written
-# and the removal moves nothing; positions 1 and 2 keep their start values.
-PROGRESS = {
-    3: "Searching for surrogate splits on predictor 0...\n"
-       "Searching for surrogate splits on predictor 1...\n",
-    4: "       minP=0.3\n"
-       "Searching for surrogate splits on predictor 0...\n"
-       "      Size of kids 1: 2   Size of kids 2: 2\n"
-       "      pL=0.7   pR=0.3\n"
-       "      idiv=0  x=2  pLL=0.6  pRL=0.05  pLR=0.1  pRR=0.25  Assoc(-1)=-1.83333  "
-       "Assoc(+1)=0.5\n"
-       "Searching for surrogate splits on predictor 1...\n"
-       "      Size of kids 1: 2   Size of kids 2: 2\n"
-       "      pL=0.7   pR=0.3\n"
-       "      idiv=0  x=2  pLL=0.6  pRL=0.25  pLR=0.1  pRR=0.05  Assoc(-1)=-1.16667  "
-       "Assoc(+1)=-0.166667\n",
-}
-PROGRESS[5] = PROGRESS[4] + ("  assocPair[0] = (0,0.5)  assocPair[1] = (0,%g)  "
-                             "assocPair[2] = (0,%g)\n" % ((np.finfo(F8).min,) * 2))
-
-
-@pytest.mark.parametrize("verbosity", [2, 3, 4, 5])
+@pytest.mark.parametrize("verbosity", [2, 3])
 def test_progress_text_of_the_surrogate_search(verbosity):
+    # The worked example, x2 winning: a line for each other predictor.
     _, text = grow_text(make_inputs(np.column_stack(WORKED_X), np.array(WORKED_Y, dtype=float),
                                     W=WORKED_W, min_leaf=2, min_parent=2, max_splits=1,
                                     surrogates=3, verbosity=verbosity))
-    assert text.count("    Found 1 split candidates.\n") == 1
+    head, found = text.split("    Found 1 split candidates.\n")
+    assert "urrogate" not in found
     if verbosity < 3:
-        assert "urrogate" not in text and "minP" not in text and "assocPair" not in text
-        return
-    # What the search prints between the winner's gain and the end of the layer.
-    head = text.split("    Found 1 split candidates.\n")[0]
-    assert head.rsplit("   gain = ", 1)[1].split("\n", 1)[1] == PROGRESS[verbosity]
+        assert "urrogate" not in head
+    else:
+        assert head.rsplit("   gain = ", 1)[1].split("\n", 1)[1] == "".join(
+            f"Searching for surrogate splits on predictor {j}...\n" for j in (0, 1))
