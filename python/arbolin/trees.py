@@ -27,13 +27,15 @@ from . import _core
 
 
 def _is_missing(value):
-    return value is None or (isinstance(value, float) and math.isnan(value))
+    return (value is None or type(value).__name__ == "NAType"  # pandas.NA
+            or (isinstance(value, float) and math.isnan(value)))
 
 
 def _column(name, values):
     """A column as _core takes it: float64 array, or list of str and None."""
     if getattr(getattr(values, "dtype", None), "name", None) == "category":
-        values = values.astype(object)  # pandas categorical: its labels
+        # A categorical names levels even when its categories are numbers.
+        return [None if _is_missing(v) else str(v) for v in values.astype(object).tolist()]
     if hasattr(values, "to_numpy"):
         values = values.to_numpy()
     array = np.asarray(values)

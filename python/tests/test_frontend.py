@@ -155,3 +155,17 @@ def test_options_of_the_wrong_type_or_unknown_raise_type_error():
         arbolin.fit(columns, curvature=1)
     with pytest.raises(TypeError, match="fit\\(\\) has no option 'output'"):
         arbolin.fit(columns, output="x.json")
+
+
+def test_a_data_frame_grows_the_tree_of_its_columns(mixed):
+    """A categorical of numbers is nominal like text; pandas.NA is missing."""
+    pd = pytest.importorskip("pandas")
+    columns = read_csv(mixed)
+    weight = columns["weight"].astype(int)
+    as_text = dict(columns, weight=[str(v) for v in weight])
+    frame = pd.DataFrame(columns).assign(
+        weight=pd.Categorical(weight),
+        colour=pd.array(columns["colour"], dtype="string"))
+    want = arbolin.fit(as_text, "label", max_splits=6)
+    got = arbolin.fit(frame, "label", max_splits=6)
+    assert_same(got.outputs, want.outputs)
