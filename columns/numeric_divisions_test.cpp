@@ -87,6 +87,20 @@ TEST(CutPoint, MidpointAboveTiedNeighbours) {
     EXPECT_TRUE(std::isnan(flat.column->cutPoint(flat.column->bestSplit)));
 }
 
+TEST(ExhaustiveSearch, LowestOfEqualDivisionsWins) {
+    // Classes a b a b with unit weights: cuts at 0, 1, 2 score
+    // gini(1,0)+gini(1,2)=4/3, gini(1,1)+gini(1,1)=2, 4/3: division 0 wins.
+    SortedColumn c({1, 2, 3, 4}, {a, b, a, b}, 1);
+    c.column->critParent_ = 2.0;  // gini of (2, 2)
+    c.column->sorted_ = true;
+    c.column->exhaustiveSearch();
+    EXPECT_EQ(c.column->bestSplit.division, 0);
+    EXPECT_NEAR(c.column->bestSplit.gain, 2.0 - 4.0 / 3, 1e-12);
+    const double gain = c.column->bestSplit.gain;
+    c.column->exhaustiveSearch();  // a second call changes nothing
+    EXPECT_EQ(c.column->bestSplit.gain, gain);
+}
+
 TEST(ExhaustiveSearch, ZeroWeightRowsBelowAreSkipped) {
     SortedColumn c({1, 2, 3, 4, 5}, {a, b, b, a, a}, 1);
     c.w = {0, 0, 1, 1, 1};
