@@ -102,6 +102,12 @@ def cases():
                                           interaction=True), None))
     out.append(("custom", inputs(X, Y, W, C, criterion=Cell((1, 2), ["myparent", "mykids"])),
                 gini_functions()))
+    # Larger nodes: the radix path of the sort, and a MinLeaf above 99.
+    Xb, Yb, Wb, Cb = data(50, n=6000, d=5, nominal=(4,), nan=0.05, levels=20)
+    out.append(("large-surrogates", inputs(Xb, Yb, Wb, Cb, surrogates=2, max_splits=40), None))
+    out.append(("large-minleaf", inputs(Xb, Yb, Wb, Cb, min_leaf=150, min_parent=300), None))
+    Xb, Yb, Wb, Cb = data(51, n=6000, d=5, nominal=(3,), regression=True)
+    out.append(("large-mse", inputs(Xb, Yb, Wb, Cb, criterion="mse", max_splits=60), None))
     single = []
     for name, args, functions in out[:8] + out[13:15]:
         a = list(args)
