@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "columns/column_split.hpp"
+#include "columns/sorted_segments.hpp"
 #include "columns/value_sort.hpp"
 #include "core/types.hpp"
 #include "criteria/classification_criterion.hpp"
@@ -42,6 +43,12 @@ struct ColumnSetup {
     std::uint64_t algCat = 0;
     bool fullSort = false;  // surrogates in force
     std::uint64_t verbosity = 0;
+    // The tree's kept order and this node's place in it, if there is one;
+    // `presorted`: `present` already holds it.
+    const SortedSegments<X>* sorted = nullptr;
+    const NodeSegment* segment = nullptr;
+    std::uint64_t predictor = 0;
+    bool presorted = false;
 };
 
 template <class X, class Y, class W>
@@ -79,10 +86,6 @@ public:
         const ColumnSplit<X, W>& split) const;
 
     X valueAt(std::uint64_t position) const { return x_[(*present_)[position]]; }
-    // The value at a position, from the sort's copy while it is held.
-    X sortedValueAt(std::uint64_t position) const {
-        return sortedValues_.empty() ? valueAt(position) : sortedValues_[position];
-    }
     Y responseAt(std::uint64_t position) const { return y_[(*present_)[position]]; }
 
     bool sorted_ = false;
@@ -99,8 +102,6 @@ public:
     RowList* missing_;
     RowList sortedMissing_;
     ScalableVector<std::uint64_t> divisions_;
-    // The values of present_ in sorted order, held from sort to divide only.
-    ScalableVector<X> sortedValues_;
     LevelTables<X, W> levels;
     std::uint64_t classCount_;
     const ScalableVector<W>* nodeClassProb_;
@@ -119,6 +120,10 @@ public:
     std::uint64_t algCat_;
     bool fullSort_;
     std::uint64_t verbosity_;
+    const SortedSegments<X>* sortedRows_;
+    const NodeSegment* segment_;
+    std::uint64_t predictor_;
+    bool presorted_;
 };
 
 template <class X, class Y, class W>
@@ -145,7 +150,11 @@ IndexedColumn<X, Y, W>::IndexedColumn(const ColumnSetup<X, Y, W>& s)
       maxCat_(s.maxCat),
       algCat_(s.algCat),
       fullSort_(s.fullSort),
-      verbosity_(s.verbosity) {
+      verbosity_(s.verbosity),
+      sortedRows_(s.sorted),
+      segment_(s.segment),
+      predictor_(s.predictor),
+      presorted_(s.presorted) {
     if (!missing_->empty()) {
         // Charge the parent's impurity only in the share of the node that
         // this predictor can see, so that gains of predictors with
@@ -181,26 +190,21 @@ W IndexedColumn<X, Y, W>::correctedWeightOf(const RowList& rows) const {
     return sumInOrder(corrected);
 }
 
+// The order is the one of value, then row number: from the tree's kept
+// order when there is one, else sorted here. A full sort also serves where
+// only the middle of the list needs order.
 template <class X, class Y, class W>
 void IndexedColumn<X, Y, W>::sort() {
     sorted_ = true;
     RowList& rows = *present_;
-    const std::uint64_t n = rows.size();
-    const std::uint64_t m = minLeaf_;
-    if (n < 2 * m) {
+    if (rows.size() < 2 * minLeaf_ || presorted_) {
         return;
     }
-    const X* x = x_;
-    auto byValue = [x](std::uint64_t a, std::uint64_t b) { return x[a] < x[b]; };
-    if (m > 99 && !nominal_ && !fullSort_) {
-        // No leaf may be smaller than m, so no division lies in the outer
-        // blocks: order only the middle, around its two ends.
-        std::nth_element(rows.begin(), rows.begin() + (m - 1), rows.end(), byValue);
-        std::nth_element(rows.begin() + m, rows.begin() + (n - m), rows.end(), byValue);
-        std::sort(rows.begin() + m, rows.begin() + (n - m), byValue);
+    if (sortedRows_ != nullptr) {
+        sortedRows_->copyPresent(predictor_, *segment_, rows);
         return;
     }
-    sortRowsByValue(x, rows.data(), rows.data() + n, sortedValues_);
+    sortByValueThenRow(x_, rows.data(), rows.data() + rows.size());
 }
 
 template <class X, class Y, class W>
@@ -219,7 +223,6 @@ void IndexedColumn<X, Y, W>::divide() {
     if (divisions_.empty()) {
         divideNumeric();
     }
-    ScalableVector<X>().swap(sortedValues_);
 }
 
 // The column is compiled once per choice of types, in its own translation

@@ -21,7 +21,7 @@ template <class X, class Y, class W>
 void IndexedColumn<X, Y, W>::divideNumeric() {
     const std::uint64_t n = present_->size();
     const std::uint64_t m = minLeaf_;
-    auto x = [this](std::uint64_t p) { return sortedValueAt(p); };
+    auto x = [this](std::uint64_t p) { return valueAt(p); };
     auto y = [this](std::uint64_t p) { return responseAt(p); };
 
     // Whole range: the outer positions are taken as they stand, also
@@ -82,6 +82,7 @@ void IndexedColumn<X, Y, W>::divideNumeric() {
     while (i != n - m) {
         const std::uint64_t next = i + 1;
         prefetchAhead(y_, rows, next, n);
+        prefetchAhead(x_, rows, next, n);
         if (verbosity_ > 3) {
             calyxPrintf("  i-1=%i  i0=%i  i+1=%i  x-1=%g  x0=%g  x+1=%g  y=%g  y+1=%g  Ndiv=%i\n",
                         anchor, i, next, static_cast<double>(anchorX),

@@ -127,40 +127,5 @@ TEST(PartialSort, OrdersOnlyTheMiddleForLargeLeaves) {
     }
 }
 
-TEST(SortRowsByValue, OrdersLikeAComparisonSort) {
-    std::mt19937_64 rng(3);
-    for (std::uint64_t n : {0, 1, 100, 300, 5000, 70000}) {
-        std::vector<double> x(n);
-        std::vector<float> xf(n);
-        for (std::uint64_t i = 0; i < n; ++i) {
-            // Negative and positive values, zeros of both signs, many ties.
-            x[i] = static_cast<double>(static_cast<std::int64_t>(rng() % 2001) - 1000) / 8;
-            if (i % 97 == 0) x[i] = -0.0;
-            if (i % 89 == 0) x[i] = 1e300 * ((i & 1) ? 1 : -1);
-            xf[i] = static_cast<float>(x[i]);
-        }
-        RowList rows(n);
-        std::iota(rows.begin(), rows.end(), 0);
-        std::shuffle(rows.begin(), rows.end(), rng);
-        RowList rowsF = rows;
-        ScalableVector<double> values;
-        ScalableVector<float> valuesF;
-        sortRowsByValue(x.data(), rows.data(), rows.data() + n, values);
-        sortRowsByValue(xf.data(), rowsF.data(), rowsF.data() + n, valuesF);
-        for (std::uint64_t i = 1; i < n; ++i) {
-            ASSERT_LE(x[rows[i - 1]], x[rows[i]]) << n;
-            ASSERT_LE(xf[rowsF[i - 1]], xf[rowsF[i]]) << n;
-        }
-        for (std::uint64_t i = 0; i < n; ++i) {
-            // Bit for bit: -0 keeps its sign.
-            ASSERT_EQ(std::signbit(values[i]), std::signbit(x[rows[i]]));
-            ASSERT_EQ(values[i], x[rows[i]]);
-            ASSERT_EQ(valuesF[i], xf[rowsF[i]]);
-        }
-        std::sort(rows.begin(), rows.end());
-        for (std::uint64_t i = 0; i < n; ++i) ASSERT_EQ(rows[i], i);
-    }
-}
-
 }  // namespace
 }  // namespace arbolin

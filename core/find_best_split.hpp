@@ -40,7 +40,7 @@ inline ScalableVector<std::uint64_t> drawPredictors(std::uint64_t sampleSize, st
 }  // namespace search_detail
 
 template <class X, class Y, class W>
-SplitRows Node<X, Y, W>::findBestSplit(const RowList& rows) {
+SplitRows Node<X, Y, W>::findBestSplit(const RowList& rows, NodeOrder<X> order) {
     const TreeSettings<X, Y, W>& s = *settings;
     const auto* const classificationCriterion = s.classificationCriterion;
     const auto* const regressionCriterion = s.regressionCriterion;
@@ -74,15 +74,22 @@ SplitRows Node<X, Y, W>::findBestSplit(const RowList& rows) {
     const ScalableVector<std::uint64_t> sampled =
         search_detail::drawPredictors(s.SampleSize, predictorCount, s.stream);
 
-    RowTable present(predictorCount);
-    RowTable missing(predictorCount);
-    const LoopConditions loops{parallelCriterion, Verbosity};
-    forEachPredictor(Phase::MissingValues, loops, sampled,
-                     ColumnNaNRemover<X>{s.x, rowCount, &rows, &present, &missing});
-
     const bool curvature = s.CurvatureFlag && sampled.size() >= 2 &&
                            NodeSize >= std::max<std::uint64_t>(K + 1, 2 * MinLeaf);
     const bool interaction = curvature && s.InteractionFlag;
+
+    RowTable present(predictorCount);
+    RowTable missing(predictorCount);
+    ScalableVector<char> presorted(predictorCount, 0);
+    const LoopConditions loops{parallelCriterion, Verbosity};
+    ColumnNaNRemover<X> remover{s.x, rowCount, &rows, &present, &missing};
+    remover.sorted = order.rows;
+    remover.segment = order.segment;
+    remover.minLeaf = MinLeaf;
+    remover.numericUnsorted = curvature && !interaction && !s.ChisqFlag;
+    remover.isCat = s.isCat;
+    remover.presorted = &presorted;
+    forEachPredictor(Phase::MissingValues, loops, sampled, remover);
 
     ColumnTable<X, Y, W> columns(predictorCount);
     for (std::uint64_t j : sampled) {
@@ -110,6 +117,10 @@ SplitRows Node<X, Y, W>::findBestSplit(const RowList& rows) {
         setup.algCat = s.AlgCat;
         setup.fullSort = s.SurrogateCount != 0;
         setup.verbosity = Verbosity;
+        setup.sorted = order.rows;
+        setup.segment = order.segment;
+        setup.predictor = j;
+        setup.presorted = presorted[j] != 0;
         columns[j] = std::make_unique<IndexedColumn<X, Y, W>>(setup);
     }
 

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <deque>
+#include <optional>
 
 #include "core/init_node.hpp"
 #include "core/split_candidate.hpp"
@@ -43,6 +44,15 @@ void Tree<X, Y, W>::grow(const RowList& rows) {
 
     std::deque<RowList> queue;
     queue.push_back(rows);
+    // The kept order: each predictor sorted once here and partitioned at
+    // every split, so that no node sorts. Its queue of node segments runs
+    // beside the queue of row lists.
+    std::optional<SortedSegments<X>> sorted;
+    std::deque<NodeSegment> segments;
+    if (MaxSplits > 0 && SortedSegments<X>::fits(settings.rowCount)) {
+        sorted.emplace(settings.x, settings.rowCount, settings.predictorCount, rows);
+        segments.push_back(sorted->root());
+    }
     NodeType prototype = makePrototype();
     prototype.initNode(rows);
     // The vector is planned at `length` nodes, but a node is only built when
@@ -61,6 +71,7 @@ void Tree<X, Y, W>::grow(const RowList& rows) {
         ScalableVector<std::uint64_t> foundNodes;
         ScalableVector<SplitRows> foundRows;
         ScalableVector<SplitCandidate<W>> candidates;
+        ScalableVector<NodeSegment> foundSegments;
         foundNodes.reserve(layerSize);
         foundRows.reserve(layerSize);
         candidates.reserve(layerSize);
@@ -72,7 +83,14 @@ void Tree<X, Y, W>::grow(const RowList& rows) {
             if (Verbosity != 0) {
                 calyxPrintf("    Splitting node %i...\n", i);
             }
-            SplitRows split = nodes[i].findBestSplit(queue.front());
+            NodeSegment segment;
+            NodeOrder<X> order;
+            if (sorted) {
+                segment = std::move(segments.front());
+                segments.pop_front();
+                order = {&*sorted, &segment};
+            }
+            SplitRows split = nodes[i].findBestSplit(queue.front(), order);
             queue.pop_front();
             // A split with one empty side gives the node no children,
             // whatever its fields say.
@@ -80,6 +98,7 @@ void Tree<X, Y, W>::grow(const RowList& rows) {
                 candidates.push_back({foundRows.size(), nodes[i].Gain});
                 foundNodes.push_back(i);
                 foundRows.push_back(std::move(split));
+                foundSegments.push_back(std::move(segment));
             }
         }
         const std::uint64_t found = candidates.size();
@@ -106,6 +125,16 @@ void Tree<X, Y, W>::grow(const RowList& rows) {
             std::sort(first, first + keep,
                       [](const auto& a, const auto& b) { return a.index < b.index; });
         }
+        ScalableVector<NodeSegment> childSegments(sorted ? 2 * keep : 0);
+        if (sorted) {
+            ScalableVector<SegmentSplit> parts(keep);
+            for (std::uint64_t k = 0; k < keep; ++k) {
+                const std::uint64_t f = candidates[k].index;
+                parts[k] = {&foundSegments[f], &foundRows[f].left, &foundRows[f].right,
+                            &childSegments[2 * k], &childSegments[2 * k + 1]};
+            }
+            sorted->split(parts);
+        }
         for (std::uint64_t k = 0; k < keep; ++k) {
             const std::uint64_t p = foundNodes[candidates[k].index];
             SplitRows& split = foundRows[candidates[k].index];
@@ -127,6 +156,10 @@ void Tree<X, Y, W>::grow(const RowList& rows) {
             // The lists are not needed here any more: they move to the queue.
             queue.push_back(std::move(split.left));
             queue.push_back(std::move(split.right));
+            if (sorted) {
+                segments.push_back(std::move(childSegments[2 * k]));
+                segments.push_back(std::move(childSegments[2 * k + 1]));
+            }
         }
         totalSplits += keep;
         ++layer;

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <limits>
 
+#include "columns/sorted_segments.hpp"
 #include "core/surrogate_set.hpp"
 #include "core/tree_settings.hpp"
 #include "core/types.hpp"
@@ -54,8 +55,9 @@ struct Node {
 
     // Fills size, weight, class distribution, predicted value and risk.
     void initNode(const RowList& rows);
-    // Decides whether the node is split and how; both lists are empty for a leaf.
-    SplitRows findBestSplit(const RowList& rows);
+    // Decides whether the node is split and how; both lists are empty for a
+    // leaf. `order` gives the node's rows in order of each predictor.
+    SplitRows findBestSplit(const RowList& rows, NodeOrder<X> order = {});
     // Withdraws a split found for this node.
     void unsplit();
 };
