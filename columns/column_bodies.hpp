@@ -68,9 +68,24 @@ struct ColumnOperator {
     bool interaction;
     bool chisq;
     std::uint64_t verbosity;
+    // Nothing comes between this work and the search, and nothing is
+    // printed: a numeric column is searched in the same task, over copies
+    // of its data in order, which it gives back at once.
+    bool searchNow = false;
 
     void operator()(std::uint64_t j) const {
         IndexedColumn<X, Y, W>& c = *(*columns)[j];
+        if (searchNow) {
+            hostInterruptCheck();
+            c.sort();
+            if (!c.nominal_ && c.present_->size() >= 2 * c.minLeaf_) {
+                c.gatherOrdered();
+            }
+            c.divide();
+            c.exhaustiveSearch();
+            c.releaseOrdered();
+            return;
+        }
         if (curvature && !interaction && !c.nominal_ && !chisq) {
             // The F curvature test needs no order: the column stays
             // unsorted unless it is chosen.

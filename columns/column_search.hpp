@@ -55,12 +55,19 @@ void IndexedColumn<X, Y, W>::exhaustiveSearch() {
     ClassWeights<W> Ptot(classCount_, W(0));
     const std::uint64_t* rows = present_->data();
     const std::size_t n = present_->size();
-    for (std::size_t i = 0; i < n; ++i) {
-        prefetchAhead(w_, rows, i, n);
-        prefetchAhead(y_, rows, i, n);
-        const std::uint64_t r = rows[i];
-        const std::uint64_t k = classCriterion_ != nullptr ? classOf(y_[r]) : 0;
-        Ptot[k] += w_[r];
+    if (ordered_) {
+        for (std::size_t i = 0; i < n; ++i) {
+            const std::uint64_t k = classCriterion_ != nullptr ? classOf(yOrdered_[i]) : 0;
+            Ptot[k] += wOrdered_[i];
+        }
+    } else {
+        for (std::size_t i = 0; i < n; ++i) {
+            prefetchAhead(w_, rows, i, n);
+            prefetchAhead(y_, rows, i, n);
+            const std::uint64_t r = rows[i];
+            const std::uint64_t k = classCriterion_ != nullptr ? classOf(y_[r]) : 0;
+            Ptot[k] += w_[r];
+        }
     }
     const W total = sumInOrder(Ptot);
     if (total <= W(0)) {
@@ -111,20 +118,29 @@ void IndexedColumn<X, Y, W>::printLevels() const {
 // does.
 template <class X, class Y, class W>
 W IndexedColumn<X, Y, W>::findNumericSplitWithBestGain(const ClassWeights<W>& Ptot) {
+    // Over the copies in order the evaluator reads positions, else rows.
+    const Y* y = ordered_ ? yOrdered_.data() : y_;
+    const W* w = ordered_ ? wOrdered_.data() : w_;
     std::unique_ptr<SplitCriterionEvaluator<W>> evaluator;
     if (classCriterion_ != nullptr) {
-        evaluator = std::make_unique<ClassificationSplitCriterionEvaluator<Y, W>>(y_, w_, Ptot,
+        evaluator = std::make_unique<ClassificationSplitCriterionEvaluator<Y, W>>(y, w, Ptot,
                                                                                   classCriterion_);
+    } else if (ordered_) {
+        evaluator =
+            std::make_unique<RegressionSplitCriterionEvaluator<Y, W>>(yOrdered_.size(), y, w);
     } else {
-        evaluator = std::make_unique<RegressionSplitCriterionEvaluator<Y, W>>(*present_, y_, w_);
+        evaluator = std::make_unique<RegressionSplitCriterionEvaluator<Y, W>>(*present_, y, w);
     }
     W best = std::numeric_limits<W>::max();
     const std::uint64_t* rows = present_->data();
-    const std::uint64_t* previous = rows;
+    std::uint64_t previous = 0;
     for (std::uint64_t d : divisions_) {
-        const std::uint64_t* next = rows + d + 1;
-        evaluator->advance(previous, next);
-        previous = next;
+        if (ordered_) {
+            evaluator->advanceOrdered(previous, d + 1);
+        } else {
+            evaluator->advance(rows + previous, rows + d + 1);
+        }
+        previous = d + 1;
         W c;
         const EvalResult result = evaluator->evaluate(&c);
         if (result == EvalResult::BelowEmpty) {

@@ -47,6 +47,7 @@ struct ColumnSetup {
     // `presorted`: `present` already holds it.
     const SortedSegments<X>* sorted = nullptr;
     const NodeSegment* segment = nullptr;
+    const ResponseWeight<Y, W>* responses = nullptr;  // y and w side by side, if made
     std::uint64_t predictor = 0;
     bool presorted = false;
 };
@@ -85,8 +86,18 @@ public:
     std::pair<ScalableVector<X>, ScalableVector<X>> splitLevels(
         const ColumnSplit<X, W>& split) const;
 
-    X valueAt(std::uint64_t position) const { return x_[(*present_)[position]]; }
-    Y responseAt(std::uint64_t position) const { return y_[(*present_)[position]]; }
+    // Copies the values, responses and weights of present_ in its order,
+    // for scans that read them in sequence; releaseOrdered gives them back.
+    // Held only by a task that divides and searches the column at once.
+    void gatherOrdered();
+    void releaseOrdered();
+
+    X valueAt(std::uint64_t position) const {
+        return ordered_ ? xOrdered_[position] : x_[(*present_)[position]];
+    }
+    Y responseAt(std::uint64_t position) const {
+        return ordered_ ? yOrdered_[position] : y_[(*present_)[position]];
+    }
 
     bool sorted_ = false;
     bool divided_ = false;
@@ -102,6 +113,10 @@ public:
     RowList* missing_;
     RowList sortedMissing_;
     ScalableVector<std::uint64_t> divisions_;
+    bool ordered_ = false;
+    ScalableVector<X> xOrdered_;
+    ScalableVector<Y> yOrdered_;
+    ScalableVector<W> wOrdered_;
     LevelTables<X, W> levels;
     std::uint64_t classCount_;
     const ScalableVector<W>* nodeClassProb_;
@@ -122,6 +137,7 @@ public:
     std::uint64_t verbosity_;
     const SortedSegments<X>* sortedRows_;
     const NodeSegment* segment_;
+    const ResponseWeight<Y, W>* responses_;
     std::uint64_t predictor_;
     bool presorted_;
 };
@@ -153,6 +169,7 @@ IndexedColumn<X, Y, W>::IndexedColumn(const ColumnSetup<X, Y, W>& s)
       verbosity_(s.verbosity),
       sortedRows_(s.sorted),
       segment_(s.segment),
+      responses_(s.responses),
       predictor_(s.predictor),
       presorted_(s.presorted) {
     if (!missing_->empty()) {
@@ -205,6 +222,46 @@ void IndexedColumn<X, Y, W>::sort() {
         return;
     }
     sortByValueThenRow(x_, rows.data(), rows.data() + rows.size());
+}
+
+template <class X, class Y, class W>
+void IndexedColumn<X, Y, W>::gatherOrdered() {
+    const RowList& rows = *present_;
+    const std::size_t n = rows.size();
+    xOrdered_.resize(n);
+    yOrdered_.resize(n);
+    wOrdered_.resize(n);
+    // Far ahead: each row is a miss in data larger than the caches.
+    constexpr std::size_t ahead = 64;
+    if (responses_ != nullptr) {
+        for (std::size_t i = 0; i < n; ++i) {
+            prefetchAhead<X, ahead>(x_, rows.data(), i, n);
+            prefetchAhead<ResponseWeight<Y, W>, ahead>(responses_, rows.data(), i, n);
+            const std::uint64_t r = rows[i];
+            xOrdered_[i] = x_[r];
+            yOrdered_[i] = responses_[r].y;
+            wOrdered_[i] = responses_[r].w;
+        }
+    } else {
+        for (std::size_t i = 0; i < n; ++i) {
+            prefetchAhead<X, ahead>(x_, rows.data(), i, n);
+            prefetchAhead<Y, ahead>(y_, rows.data(), i, n);
+            prefetchAhead<W, ahead>(w_, rows.data(), i, n);
+            const std::uint64_t r = rows[i];
+            xOrdered_[i] = x_[r];
+            yOrdered_[i] = y_[r];
+            wOrdered_[i] = w_[r];
+        }
+    }
+    ordered_ = true;
+}
+
+template <class X, class Y, class W>
+void IndexedColumn<X, Y, W>::releaseOrdered() {
+    ordered_ = false;
+    ScalableVector<X>().swap(xOrdered_);
+    ScalableVector<Y>().swap(yOrdered_);
+    ScalableVector<W>().swap(wOrdered_);
 }
 
 template <class X, class Y, class W>

@@ -81,8 +81,10 @@ void IndexedColumn<X, Y, W>::divideNumeric() {
     const std::uint64_t* rows = present_->data();
     while (i != n - m) {
         const std::uint64_t next = i + 1;
-        prefetchAhead(y_, rows, next, n);
-        prefetchAhead(x_, rows, next, n);
+        if (!ordered_) {
+            prefetchAhead(y_, rows, next, n);
+            prefetchAhead(x_, rows, next, n);
+        }
         if (verbosity_ > 3) {
             calyxPrintf("  i-1=%i  i0=%i  i+1=%i  x-1=%g  x0=%g  x+1=%g  y=%g  y+1=%g  Ndiv=%i\n",
                         anchor, i, next, static_cast<double>(anchorX),

@@ -119,14 +119,15 @@ SplitRows Node<X, Y, W>::findBestSplit(const RowList& rows, NodeOrder<X> order) 
         setup.verbosity = Verbosity;
         setup.sorted = order.rows;
         setup.segment = order.segment;
+        setup.responses = s.responses;
         setup.predictor = j;
         setup.presorted = presorted[j] != 0;
         columns[j] = std::make_unique<IndexedColumn<X, Y, W>>(setup);
     }
 
-    forEachPredictor(
-        Phase::PerPredictorWork, loops, sampled,
-        ColumnOperator<X, Y, W>{&columns, curvature, interaction, s.ChisqFlag, Verbosity});
+    ColumnOperator<X, Y, W> work{&columns, curvature, interaction, s.ChisqFlag, Verbosity};
+    work.searchNow = !curvature && Verbosity <= 1;
+    forEachPredictor(Phase::PerPredictorWork, loops, sampled, work);
 
     // Choosing the predictors by curvature, then by interaction.
     ScalableVector<std::uint64_t> chosen;

@@ -49,9 +49,15 @@ void Tree<X, Y, W>::grow(const RowList& rows) {
     // beside the queue of row lists.
     std::optional<SortedSegments<X>> sorted;
     std::deque<NodeSegment> segments;
+    ScalableVector<ResponseWeight<Y, W>> responses;
     if (MaxSplits > 0 && SortedSegments<X>::fits(settings.rowCount)) {
         sorted.emplace(settings.x, settings.rowCount, settings.predictorCount, rows);
         segments.push_back(sorted->root());
+        responses.resize(settings.rowCount);
+        for (std::uint64_t r = 0; r < settings.rowCount; ++r) {
+            responses[r] = {settings.y[r], settings.w[r]};
+        }
+        settings.responses = responses.data();
     }
     NodeType prototype = makePrototype();
     prototype.initNode(rows);

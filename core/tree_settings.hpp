@@ -27,6 +27,8 @@ struct TreeSettings : GrowthSettings {
     // The caller's share of the root's risk; grow turns it into a risk.
     W RiskTolerance = 0;
     StreamHandle* stream = nullptr;
+    // y and w per row, side by side; null until the tree is grown.
+    const ResponseWeight<Y, W>* responses = nullptr;
 };
 
 }  // namespace arbolin

@@ -37,13 +37,20 @@ typename List::value_type sumInOrder(const List& list) {
 
 // Walks through a row list jump through the data arrays: fetch the value
 // of the row some steps ahead of position i (of n).
-template <class T>
+template <class T, std::size_t distance = 16>
 inline void prefetchAhead(const T* data, const std::uint64_t* rows, std::size_t i, std::size_t n) {
-    constexpr std::size_t distance = 16;
     if (i + distance < n) {
         __builtin_prefetch(data + rows[i + distance]);
     }
 }
+
+// A row's response and weight side by side: a scan that reaches rows in
+// the order of some predictor fetches both with one memory access.
+template <class Y, class W>
+struct ResponseWeight {
+    Y y;
+    W w;
+};
 
 // The value-to-count conversion used for scalars, rows and classes: truncate
 // toward zero; values of 2^63 and above keep their top bit.

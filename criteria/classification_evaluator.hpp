@@ -60,6 +60,12 @@ public:
         }
     }
 
+    void advanceOrdered(std::size_t first, std::size_t last) override {
+        for (std::size_t i = first; i < last; ++i) {
+            below_[classOf(y_[i])] += w_[i];
+        }
+    }
+
     void reset() override { std::fill(below_.begin(), below_.end(), W(0)); }
 
     // Both scratch vectors are owned by the evaluator, so a candidate costs

@@ -26,6 +26,21 @@ public:
         }
     }
 
+    // Over responses and weights already in the scan's order: the same sums
+    // over positions 0 to n-1.
+    RegressionSplitCriterionEvaluator(std::size_t n, const Y* y, const W* w) : y_(y), w_(w) {
+        for (std::size_t i = 0; i < n; ++i) {
+            totalW_ += w[i];
+        }
+        for (std::size_t i = 0; i < n; ++i) {
+            totalWY_ += w[i] * static_cast<W>(y[i]);
+        }
+        for (std::size_t i = 0; i < n; ++i) {
+            const W v = static_cast<W>(y[i]);
+            totalWYY_ += v * (w[i] * v);
+        }
+    }
+
     RegressionSplitCriterionEvaluator(const RegressionSplitCriterionEvaluator&) = delete;
     RegressionSplitCriterionEvaluator& operator=(const RegressionSplitCriterionEvaluator&) = delete;
 
@@ -42,6 +57,19 @@ public:
         for (const std::uint64_t* r = first; r != last; ++r) {
             const W v = static_cast<W>(y_[*r]);
             belowWYY_ += v * (w_[*r] * v);
+        }
+    }
+
+    void advanceOrdered(std::size_t first, std::size_t last) override {
+        for (std::size_t i = first; i < last; ++i) {
+            belowW_ += w_[i];
+        }
+        for (std::size_t i = first; i < last; ++i) {
+            belowWY_ += w_[i] * static_cast<W>(y_[i]);
+        }
+        for (std::size_t i = first; i < last; ++i) {
+            const W v = static_cast<W>(y_[i]);
+            belowWYY_ += v * (w_[i] * v);
         }
     }
 

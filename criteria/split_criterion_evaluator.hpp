@@ -15,6 +15,9 @@ public:
     virtual ~SplitCriterionEvaluator() = default;
     // Moves the rows of [first, last) to the below side.
     virtual void advance(const std::uint64_t* first, const std::uint64_t* last) = 0;
+    // Moves positions [first, last) to the below side, for an evaluator
+    // made over responses and weights already in the scan's order.
+    virtual void advanceOrdered(std::size_t first, std::size_t last) = 0;
     // Every row above again; the totals stay.
     virtual void reset() = 0;
     // Writes critFromKids when both sides have weight.
