@@ -94,11 +94,50 @@ std::uint64_t routeRow(const TreeView& tree, const double* x, std::uint64_t stri
     return i;
 }
 
+std::vector<std::uint64_t> routeRows(const TreeView& tree, const double* x, std::uint64_t rows,
+                                     std::uint64_t rowStride, std::uint64_t predictorStride) {
+    std::vector<std::uint64_t> reached(rows);
+    for (std::uint64_t i = 0; i < rows; ++i) {
+        reached[i] = routeRow(tree, x + i * rowStride, predictorStride);
+    }
+    return reached;
+}
+
 std::vector<std::uint64_t> routeRows(const TreeView& tree, const std::vector<double>& x,
                                      std::uint64_t rows) {
-    std::vector<std::uint64_t> reached(rows);
-    for (std::uint64_t i = 0; i < rows; ++i) reached[i] = routeRow(tree, x.data() + i, rows);
-    return reached;
+    return routeRows(tree, x.data(), rows, 1, rows);
+}
+
+std::vector<std::uint64_t> routeMatrix(const Model& model, const TreeView& tree, const double* x,
+                                       std::uint64_t rows, std::uint64_t width,
+                                       const std::vector<std::uint64_t>& columns,
+                                       Notices& notices) {
+    const std::uint64_t D = model.predictors.size();
+    bool asGiven = columns.size() == D && width == D;
+    for (std::uint64_t j = 0; j < D && asGiven; ++j) {
+        asGiven = columns[j] == j && model.predictors[j].kind == PredictorKind::Numeric;
+    }
+    if (asGiven) return routeRows(tree, x, rows, width, 1);
+    // Otherwise the predictors' values are gathered and levels coded first.
+    std::vector<double> coded(rows * D);
+    for (std::uint64_t j = 0; j < D; ++j) {
+        const Predictor& p = model.predictors[j];
+        std::uint64_t unseen = 0;
+        for (std::uint64_t i = 0; i < rows; ++i) {
+            double v = x[i * width + columns[j]];
+            if (p.kind == PredictorKind::Nominal && !std::isnan(v)) {
+                const auto code = p.levels.find(v);
+                unseen += code ? 0 : 1;
+                v = code ? static_cast<double>(*code) : std::numeric_limits<double>::quiet_NaN();
+            }
+            coded[i * D + j] = v;
+        }
+        if (unseen != 0) {
+            notices.note(std::to_string(unseen) + " value(s) of " + p.name +
+                         " were not seen in training; they count as missing");
+        }
+    }
+    return routeRows(tree, coded.data(), rows, D, 1);
 }
 
 // ------------------------------------------------------------ new rows

@@ -95,9 +95,22 @@ Grown growModel(const numora::Module& module, const TrainingData& data, const Se
 // rows do while the tree grows. Returns the 0-based node where it stops.
 std::uint64_t routeRow(const TreeView& tree, const double* x, std::uint64_t stride);
 
-// The node each of `rows` rows reaches; x is rows by predictors, column-major.
+// The node each of `rows` rows reaches: row i's value of predictor j is
+// x[i * rowStride + j * predictorStride].
+std::vector<std::uint64_t> routeRows(const TreeView& tree, const double* x, std::uint64_t rows,
+                                     std::uint64_t rowStride, std::uint64_t predictorStride);
+// x is rows by predictors, column-major.
 std::vector<std::uint64_t> routeRows(const TreeView& tree, const std::vector<double>& x,
                                      std::uint64_t rows);
+
+// The node each row of a row-major matrix of numbers reaches (`width`
+// values a row, NaN missing): predictor j is column columns[j]. A nominal
+// predictor's values are the numbers its levels name; a value not seen in
+// training counts as missing, with a note.
+std::vector<std::uint64_t> routeMatrix(const Model& model, const TreeView& tree, const double* x,
+                                       std::uint64_t rows, std::uint64_t width,
+                                       const std::vector<std::uint64_t>& columns,
+                                       Notices& notices);
 
 // The predictors' columns of `table` that the tree looks at, found by name
 // and coded as the module saw them while growing: rows by predictors,

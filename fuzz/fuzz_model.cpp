@@ -19,7 +19,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "cli/render.hpp"
+#include "frontend/render.hpp"
 #include "frontend/model.hpp"
 
 namespace {
