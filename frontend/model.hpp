@@ -65,8 +65,18 @@ struct TreeNode {
 // The tree in a model's outputs as plain nodes, checked for consistency: a
 // model file is user input like any other, and whatever passes the checks
 // can be rendered and routed through without going astray.
+// What a node's numeric split needs to send on a row that has a value,
+// packed so that routing many rows stays in cache. `left` is 0 at a leaf;
+// `cut` is NaN at a nominal split, which goes by the node's full record.
+struct RouteStep {
+    double cut = 0;
+    std::uint64_t split = 0;
+    std::uint64_t left = 0, right = 0;
+};
+
 struct TreeView {
     std::vector<TreeNode> nodes;
+    std::vector<RouteStep> steps;  // one a node
     bool singleCuts = false;     // cut points are float32: compare in float
     bool singleWeights = false;  // shares are float32
 };
