@@ -24,7 +24,6 @@
 
 namespace {
 
-using namespace arbolin::cli;
 using namespace arbolin::frontend;
 
 // A value for one predictor from one byte: missing, a level code, a cut

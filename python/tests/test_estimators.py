@@ -159,6 +159,18 @@ def test_weights_are_scaled_and_equal_repeated_rows():
         repeated.score(np.repeat(X, repeats, 0), np.repeat(y, repeats)))
 
 
+def test_held_out_scores_are_on_a_par_with_scikit_learns_tree():
+    """bench/accuracy.py prints the full table; three splits of each here."""
+    import importlib.util
+    path = Path(__file__).resolve().parents[2] / "bench" / "accuracy.py"
+    spec = importlib.util.spec_from_file_location("accuracy", path)
+    accuracy = importlib.util.module_from_spec(spec)
+    spec.loader.exec_module(accuracy)
+    for name in accuracy.CASES:
+        ours, theirs = accuracy.compare(name, 3).mean(0)
+        assert ours > theirs - 0.05, name
+
+
 # ------------------------------------------------------------- routing
 
 def test_the_matrix_router_agrees_with_routing_by_column():
