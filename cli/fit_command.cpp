@@ -2,7 +2,7 @@
 // here (csv.cpp); the front-end library prepares it (frontend/data.cpp),
 // settles the options (frontend/module_call.cpp), calls the module and
 // reads its outputs back as a tree (frontend/model.cpp); the tree is
-// printed here (render.cpp) and saved (frontend/model_file.cpp).
+// printed (frontend/render.cpp) and saved (frontend/model_file.cpp).
 #include <chrono>
 #include <filesystem>
 #include <iostream>
@@ -11,7 +11,7 @@
 #include "cli/commands.hpp"
 #include "cli/csv.hpp"
 #include "cli/output_file.hpp"
-#include "cli/render.hpp"
+#include "frontend/render.hpp"
 #include "frontend/model.hpp"
 #include "frontend/module_call.hpp"
 

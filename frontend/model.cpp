@@ -75,30 +75,93 @@ std::optional<Side> bySurrogates(const TreeView& tree, const TreeNode& node, con
     return std::nullopt;
 }
 
+// The side of a branch that a row takes by all the rules.
+Side sideOf(const TreeView& tree, const TreeNode& node, const double* x, std::uint64_t stride) {
+    const double v = x[static_cast<std::uint64_t>(node.split) * stride];
+    Side side = Side::None;
+    if (!std::isnan(v)) {
+        side = std::isnan(node.cut) ? byLevels(node.leftLevels, node.rightLevels, v)
+                                    : (below(tree, v, node.cut) ? Side::Left : Side::Right);
+    }
+    if (side == Side::None) side = bySurrogates(tree, node, x, stride).value_or(Side::None);
+    return side;
+}
+
+// A value and a cut compare false both ways only when one is NaN: a
+// missing value, or the cut of a nominal split. Those rows take the full
+// rules; all others go by the packed steps.
+template <class Cut>
+std::uint64_t routeBySteps(const TreeView& tree, const double* x, std::uint64_t stride) {
+    std::uint64_t i = 0;
+    for (;;) {
+        const RouteStep& step = tree.steps[i];
+        if (step.left == 0) return i;
+        const Cut v = static_cast<Cut>(x[step.split * stride]);
+        const Cut cut = static_cast<Cut>(step.cut);
+        if (v < cut) {
+            i = step.left;
+        } else if (v >= cut) {
+            i = step.right;
+        } else {
+            const Side side = sideOf(tree, tree.nodes[i], x, stride);
+            if (side == Side::None) return i;
+            i = side == Side::Left ? step.left : step.right;
+        }
+    }
+}
+
 }  // namespace
 
 std::uint64_t routeRow(const TreeView& tree, const double* x, std::uint64_t stride) {
-    std::uint64_t i = 0;
-    while (tree.nodes[i].branch()) {
-        const TreeNode& node = tree.nodes[i];
-        const double v = x[static_cast<std::uint64_t>(node.split) * stride];
-        Side side = Side::None;
-        if (!std::isnan(v)) {
-            side = std::isnan(node.cut) ? byLevels(node.leftLevels, node.rightLevels, v)
-                                        : (below(tree, v, node.cut) ? Side::Left : Side::Right);
-        }
-        if (side == Side::None) side = bySurrogates(tree, node, x, stride).value_or(Side::None);
-        if (side == Side::None) return i;
-        i = side == Side::Left ? node.left : node.right;
+    // Grown on float32 data, the values and cuts compared were floats.
+    return tree.singleCuts ? routeBySteps<float>(tree, x, stride)
+                           : routeBySteps<double>(tree, x, stride);
+}
+
+std::vector<std::uint64_t> routeRows(const TreeView& tree, const double* x, std::uint64_t rows,
+                                     std::uint64_t rowStride, std::uint64_t predictorStride) {
+    std::vector<std::uint64_t> reached(rows);
+    for (std::uint64_t i = 0; i < rows; ++i) {
+        reached[i] = routeRow(tree, x + i * rowStride, predictorStride);
     }
-    return i;
+    return reached;
 }
 
 std::vector<std::uint64_t> routeRows(const TreeView& tree, const std::vector<double>& x,
                                      std::uint64_t rows) {
-    std::vector<std::uint64_t> reached(rows);
-    for (std::uint64_t i = 0; i < rows; ++i) reached[i] = routeRow(tree, x.data() + i, rows);
-    return reached;
+    return routeRows(tree, x.data(), rows, 1, rows);
+}
+
+std::vector<std::uint64_t> routeMatrix(const Model& model, const TreeView& tree, const double* x,
+                                       std::uint64_t rows, std::uint64_t width,
+                                       const std::vector<std::uint64_t>& columns,
+                                       Notices& notices) {
+    const std::uint64_t D = model.predictors.size();
+    bool asGiven = columns.size() == D && width == D;
+    for (std::uint64_t j = 0; j < D && asGiven; ++j) {
+        asGiven = columns[j] == j && model.predictors[j].kind == PredictorKind::Numeric;
+    }
+    if (asGiven) return routeRows(tree, x, rows, width, 1);
+    // Otherwise the predictors' values are gathered and levels coded first.
+    std::vector<double> coded(rows * D);
+    for (std::uint64_t j = 0; j < D; ++j) {
+        const Predictor& p = model.predictors[j];
+        std::uint64_t unseen = 0;
+        for (std::uint64_t i = 0; i < rows; ++i) {
+            double v = x[i * width + columns[j]];
+            if (p.kind == PredictorKind::Nominal && !std::isnan(v)) {
+                const auto code = p.levels.find(v);
+                unseen += code ? 0 : 1;
+                v = code ? static_cast<double>(*code) : std::numeric_limits<double>::quiet_NaN();
+            }
+            coded[i * D + j] = v;
+        }
+        if (unseen != 0) {
+            notices.note(std::to_string(unseen) + " value(s) of " + p.name +
+                         " were not seen in training; they count as missing");
+        }
+    }
+    return routeRows(tree, coded.data(), rows, D, 1);
 }
 
 // ------------------------------------------------------------ new rows

@@ -65,8 +65,18 @@ struct TreeNode {
 // The tree in a model's outputs as plain nodes, checked for consistency: a
 // model file is user input like any other, and whatever passes the checks
 // can be rendered and routed through without going astray.
+// What a node's numeric split needs to send on a row that has a value,
+// packed so that routing many rows stays in cache. `left` is 0 at a leaf;
+// `cut` is NaN at a nominal split, which goes by the node's full record.
+struct RouteStep {
+    double cut = 0;
+    std::uint64_t split = 0;
+    std::uint64_t left = 0, right = 0;
+};
+
 struct TreeView {
     std::vector<TreeNode> nodes;
+    std::vector<RouteStep> steps;  // one a node
     bool singleCuts = false;     // cut points are float32: compare in float
     bool singleWeights = false;  // shares are float32
 };
@@ -95,9 +105,22 @@ Grown growModel(const numora::Module& module, const TrainingData& data, const Se
 // rows do while the tree grows. Returns the 0-based node where it stops.
 std::uint64_t routeRow(const TreeView& tree, const double* x, std::uint64_t stride);
 
-// The node each of `rows` rows reaches; x is rows by predictors, column-major.
+// The node each of `rows` rows reaches: row i's value of predictor j is
+// x[i * rowStride + j * predictorStride].
+std::vector<std::uint64_t> routeRows(const TreeView& tree, const double* x, std::uint64_t rows,
+                                     std::uint64_t rowStride, std::uint64_t predictorStride);
+// x is rows by predictors, column-major.
 std::vector<std::uint64_t> routeRows(const TreeView& tree, const std::vector<double>& x,
                                      std::uint64_t rows);
+
+// The node each row of a row-major matrix of numbers reaches (`width`
+// values a row, NaN missing): predictor j is column columns[j]. A nominal
+// predictor's values are the numbers its levels name; a value not seen in
+// training counts as missing, with a note.
+std::vector<std::uint64_t> routeMatrix(const Model& model, const TreeView& tree, const double* x,
+                                       std::uint64_t rows, std::uint64_t width,
+                                       const std::vector<std::uint64_t>& columns,
+                                       Notices& notices);
 
 // The predictors' columns of `table` that the tree looks at, found by name
 // and coded as the module saw them while growing: rows by predictors,

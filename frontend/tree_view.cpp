@@ -281,6 +281,12 @@ TreeView readTree(const Model& model, const std::string& where) {
         }
     }
     readSurrogates(r, model, tree);
+    tree.steps.resize(n);
+    for (std::uint64_t i = 0; i < n; ++i) {
+        const TreeNode& node = tree.nodes[i];
+        tree.steps[i] = {node.cut, node.branch() ? static_cast<std::uint64_t>(node.split) : 0,
+                         node.left, node.right};
+    }
     return tree;
 }
 

@@ -19,12 +19,11 @@
 
 #include <nlohmann/json.hpp>
 
-#include "cli/render.hpp"
+#include "frontend/render.hpp"
 #include "frontend/model.hpp"
 
 namespace {
 
-using namespace arbolin::cli;
 using namespace arbolin::frontend;
 
 // A value for one predictor from one byte: missing, a level code, a cut

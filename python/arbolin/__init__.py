@@ -1,8 +1,10 @@
 """Grows decision trees with the arbolin module, called through the Numora
 host runtime exactly as the host calls it.
 
-    fit(data, response=None, **options) -> Model    (as `arbolin fit` does)
-    load(path) -> Model                              (a model file of either)
+    TreeClassifier(**options), TreeRegressor(**options)   scikit-learn estimators
+    load(path) -> TreeClassifier or TreeRegressor         (a model file of either)
+    export_text(est), export_graphviz(est)                (as `arbolin show` prints)
+    fit(data, response=None, **options) -> Model          (as `arbolin fit` does)
     calyx(nout, inputs, *, functions=None, out=None) -> tuple of nout values
 
 Values map to host arrays and back: numpy arrays by dtype (float64 double,
@@ -34,12 +36,20 @@ class HostError(Exception):
         return (type(self), (self.identifier, self.args, self.text))
 
 
+class InvalidParameterError(ValueError, TypeError):
+    """An option or estimator parameter of the wrong type or value; the
+    message names it."""
+
+
 from . import _core  # noqa: E402  (needs the classes above)
 
-_core._bind(HostError, Cell, os.path.dirname(os.path.abspath(__file__)))
+_core._bind(HostError, Cell, InvalidParameterError, os.path.dirname(os.path.abspath(__file__)))
 
 from ._core import INPUT_NAMES, OUTPUT_NAMES, Stream, calyx  # noqa: E402
-from .trees import Model, fit, load  # noqa: E402
+from .trees import Model, fit  # noqa: E402
+from .estimators import (NotFittedError, TreeClassifier, TreeRegressor,  # noqa: E402
+                         export_graphviz, export_text, load)
 
-__all__ = ["calyx", "Cell", "HostError", "Stream", "INPUT_NAMES", "OUTPUT_NAMES",
-           "fit", "load", "Model"]
+__all__ = ["calyx", "Cell", "HostError", "InvalidParameterError", "Stream", "INPUT_NAMES",
+           "OUTPUT_NAMES", "fit", "load", "Model", "TreeClassifier", "TreeRegressor",
+           "NotFittedError", "export_text", "export_graphviz"]

@@ -4,7 +4,7 @@ front-end library behind `_core`.
 
     model = arbolin.fit(data, "species", max_splits=10, surrogates=2)
     model.predict(new_data); model.predict_proba(new_data)
-    model.save("iris.model.json"); arbolin.load("iris.model.json")
+    model.save("iris.model.json"); arbolin.Model.load("iris.model.json")
 
 `data` is a pandas DataFrame or a dict of column name -> 1-D sequence or
 array. A column of numbers (any numeric or bool dtype, or a sequence of
@@ -15,6 +15,7 @@ NA, NaN, ? and the tokens of `missing`.
 """
 
 import csv
+import functools
 import io
 import math
 import numbers
@@ -44,6 +45,10 @@ def _column(name, values):
     if array.dtype.kind in "fiub":
         return array.astype(np.float64)
     items = array.tolist()
+    for row, v in enumerate(items):
+        if not (_is_missing(v) or isinstance(v, (str, numbers.Real))):
+            raise TypeError(f"column {name}, row {row}: the argument must be a string or a "
+                            f"number, not {type(v).__name__}")
     if all(_is_missing(v) or (isinstance(v, numbers.Real) and not isinstance(v, bool))
            for v in items) and any(not _is_missing(v) for v in items):
         return np.array([np.nan if _is_missing(v) else float(v) for v in items])
@@ -103,11 +108,6 @@ def fit(data, response=None, **options):
     return Model(handle)
 
 
-def load(path):
-    """The model in a model file written by `arbolin fit` or Model.save."""
-    return Model(_core._load(os.fspath(path)))
-
-
 class Model:
     """A grown tree: `predictors` and `classes` (None for a regression tree)
     by name, the module's 22 `outputs` by name (as arbolin.calyx returns
@@ -116,6 +116,39 @@ class Model:
 
     def __init__(self, handle):
         self._handle = handle
+
+    @classmethod
+    def load(cls, path):
+        """The model in a model file written by `arbolin fit` or save."""
+        return cls(_core._load(os.fspath(path)))
+
+    def __reduce__(self):
+        # A pickle holds the model file's text.
+        return _model_from_text, (self._handle.text(),)
+
+    @functools.cached_property
+    def _values(self):
+        """Each node's prediction: its mean, or its class code."""
+        return self._handle.node_values()
+
+    @functools.cached_property
+    def _class_codes(self):
+        return self._values.astype(np.int64)
+
+    @functools.cached_property
+    def _shares(self):
+        """Each node's class shares: nodes by classes."""
+        return self._handle.node_shares()
+
+    @property
+    def _class_numbers(self):
+        return self._handle.class_numbers
+
+    @functools.cached_property
+    def shape(self):
+        """(nodes, leaves, depth): depth counts the splits from the root to
+        the deepest leaf."""
+        return self._handle.shape()
 
     @property
     def predictors(self):
@@ -147,17 +180,17 @@ class Model:
 
     def predict(self, data, missing=()):
         """Class labels (an object array of str) or values (float64)."""
-        values = self._handle.node_values()[self._nodes(data, missing)]
+        nodes = self._nodes(data, missing)
         if self.classes is None:
-            return values
-        return np.array(self.classes, dtype=object)[values.astype(np.int64)]
+            return self._values[nodes]
+        return np.array(self.classes, dtype=object)[self._class_codes[nodes]]
 
     def predict_proba(self, data, missing=()):
         """The class shares of each row's node: rows by classes, in the
         order of `classes`."""
         if self.classes is None:
             raise ValueError("a regression tree has no class shares")
-        return self._handle.node_shares()[self._nodes(data, missing)]
+        return self._shares[self._nodes(data, missing)]
 
     def save(self, path):
         """Writes the model file, as `arbolin fit` writes it."""
@@ -167,6 +200,10 @@ class Model:
     def __repr__(self):
         task = "regression" if self.classes is None else f"{len(self.classes)} classes"
         return f"<arbolin.Model of {self.response} ({task}), {len(self.predictors)} predictors>"
+
+
+def _model_from_text(text):
+    return Model(_core._loads(text, "the pickled model"))
 
 
 def _options_doc():

@@ -57,14 +57,15 @@ const numora::Module& arbolinModule() {
 void bindPackage(py::module_& m) {
     m.def(
         "_bind",
-        [](py::object hostError, py::object cell, std::string directory) {
+        [](py::object hostError, py::object cell, py::object badOption, std::string directory) {
             if (current == nullptr) current = new Package;
             current->hostError = std::move(hostError);
             current->cell = std::move(cell);
+            current->badOption = std::move(badOption);
             current->numpyScalar = py::module_::import("numpy").attr("generic");
             current->directory = std::move(directory);
         },
-        py::arg("host_error"), py::arg("cell"), py::arg("directory"),
+        py::arg("host_error"), py::arg("cell"), py::arg("bad_option"), py::arg("directory"),
         "Hands the package's Python classes and its folder to the extension.");
     py::register_exception_translator(translateHostException);
 }

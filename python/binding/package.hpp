@@ -15,6 +15,7 @@ namespace py = pybind11;
 struct Package {
     py::object hostError;    // arbolin.HostError
     py::object cell;         // arbolin.Cell
+    py::object badOption;    // arbolin.InvalidParameterError
     py::object numpyScalar;  // numpy.generic
     std::string directory;   // the package folder, home of the module library
 };

@@ -4,8 +4,10 @@
 // hands out its outputs and writes the model file the command line reads.
 // The package's `arbolin.fit` and `arbolin.Model` (trees.py) put a
 // DataFrame or a dict of columns into the lists these take.
+#include <algorithm>
 #include <optional>
 #include <regex>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -18,6 +20,7 @@
 #include "binding/package.hpp"
 #include "frontend/model.hpp"
 #include "frontend/module_call.hpp"
+#include "frontend/render.hpp"
 #include "gateway/contract.hpp"
 
 namespace arbolin::binding {
@@ -213,8 +216,10 @@ fe::RawOptions rawOptions(const py::dict& options) {
             throw py::type_error("fit() has no option '" + given + "'");
         }
         const auto wrong = [&](const char* wanted) {
-            throw py::type_error("option " + given + ": takes " + wanted + ", not " +
-                                 typeName(value));
+            const std::string text =
+                "option " + given + ": takes " + wanted + ", not " + typeName(value);
+            PyErr_SetString(package().badOption.ptr(), text.c_str());
+            throw py::error_already_set();
         };
         const bool isBool = PyBool_Check(value.ptr()) ||
                             py::isinstance(value, py::module_::import("numpy").attr("bool_"));
@@ -301,6 +306,13 @@ PyModel load(const std::string& path) {
     return PyModel{std::move(model), std::move(tree)};
 }
 
+// A model from the text of a model file (a pickle holds that text).
+PyModel loads(const std::string& text, const std::string& name) {
+    fe::Model model = fe::loadModelFromMemory(text, name);
+    fe::TreeView tree = fe::readTree(model, name);
+    return PyModel{std::move(model), std::move(tree)};
+}
+
 // The node (0-based) each row of the data reaches.
 std::pair<py::array_t<std::int64_t>, py::list> route(const PyModel& m,
                                                      const std::vector<std::string>& names,
@@ -317,6 +329,41 @@ std::pair<py::array_t<std::int64_t>, py::list> route(const PyModel& m,
         nodes.mutable_at(i) = static_cast<std::int64_t>(reached[i]);
     }
     return {nodes, noticeList(notices)};
+}
+
+// The node each row of a matrix reaches: predictor j in column columns[j].
+std::pair<py::array_t<std::int64_t>, py::list> routeMatrix(
+    const PyModel& m, const py::array_t<double, py::array::c_style | py::array::forcecast>& x,
+    const std::vector<std::uint64_t>& columns) {
+    if (x.ndim() != 2) throw py::value_error("the rows to route should be a 2-D array");
+    const auto rows = static_cast<std::uint64_t>(x.shape(0));
+    const auto width = static_cast<std::uint64_t>(x.shape(1));
+    if (columns.size() != m.model.predictors.size()) {
+        throw py::value_error("one column is needed for each predictor");
+    }
+    for (std::uint64_t c : columns) {
+        if (c >= width) throw py::value_error("a predictor's column is beyond the matrix");
+    }
+    fe::Notices notices;
+    std::vector<std::uint64_t> reached;
+    {
+        py::gil_scoped_release release;
+        reached = fe::routeMatrix(m.model, m.tree, x.data(), rows, width, columns, notices);
+    }
+    py::array_t<std::int64_t> nodes(static_cast<py::ssize_t>(rows));
+    std::copy(reached.begin(), reached.end(), nodes.mutable_data());
+    return {nodes, noticeList(notices)};
+}
+
+// The tree as `arbolin show` prints it: "text" or "dot".
+std::string render(const PyModel& m, const std::string& format) {
+    std::ostringstream out;
+    if (format == "dot") {
+        fe::renderDot(out, m.model, m.tree);
+    } else {
+        fe::renderText(out, m.model, m.tree);
+    }
+    return out.str();
 }
 
 py::dict outputs(const PyModel& m) {
@@ -362,12 +409,38 @@ py::list optionTable() {
     return rows;
 }
 
-// The one place where the library's user errors become Python's.
+// The options an estimator takes, derived from the table: keyword, kind,
+// the default of a classification and of a regression tree (None when it
+// is worked out from the data), and the help text. A default that depends
+// only on the task, such as the criterion, is worked out for each task.
+py::list estimatorOptions() {
+    static const char* const kinds[] = {"count",   "real",    "flag",   "keyword", "code",
+                                        "column",  "columns", "tokens", "path"};
+    py::list rows;
+    for (const fe::OptionRow& row : fe::fitOptions()) {
+        if (fe::isCommandLineOnly(row.name)) continue;
+        const auto fallback = [&](bool classification) -> py::object {
+            if (!row.value.empty()) return py::str(std::string(row.value));
+            const bool taskOnly =
+                row.kind == fe::OptionKind::Keyword || row.kind == fe::OptionKind::Code;
+            if (row.derive == nullptr || !taskOnly) return py::none();
+            return py::str(row.derive(fe::DataShape{0, 0, classification}));
+        };
+        rows.append(py::make_tuple(keyword(row.name), kinds[static_cast<int>(row.kind)],
+                                   fallback(true), fallback(false), std::string(row.help)));
+    }
+    return rows;
+}
+
+// The one place where the library's user errors become Python's: a bad
+// option is InvalidParameterError, a ValueError.
 void translateUserError(std::exception_ptr error) {
     try {
         std::rethrow_exception(error);
     } catch (const fe::UserError& e) {
-        PyErr_SetString(PyExc_ValueError, pythonWording(e.what()).c_str());
+        PyObject* type = e.status() == fe::kExitBadUsage ? package().badOption.ptr()
+                                                         : PyExc_ValueError;
+        PyErr_SetString(type, pythonWording(e.what()).c_str());
     }
 }
 
@@ -389,16 +462,27 @@ void bindTrees(py::module_& m) {
                                    return py::cast(p.model.classes.labels());
                                })
         .def_property_readonly("response", [](const PyModel& p) { return p.model.response; })
+        .def_property_readonly(
+            "class_numbers",
+            [](const PyModel& p) { return p.model.classification && p.model.classes.numbers(); })
         .def(
             "text", [](const PyModel& p) { return fe::modelText(p.model); },
             "The model file's text, as `arbolin fit` writes it.")
         .def("outputs", &outputs)
         .def("node_values", &nodeValues)
         .def("node_shares", &nodeShares)
-        .def("route", &route, py::arg("names"), py::arg("columns"), py::arg("missing"));
+        .def("route", &route, py::arg("names"), py::arg("columns"), py::arg("missing"))
+        .def("route_matrix", &routeMatrix, py::arg("x"), py::arg("columns"))
+        .def("render", &render, py::arg("format"))
+        .def("shape", [](const PyModel& p) {
+            const fe::TreeShape shape = fe::treeShape(p.tree);
+            return py::make_tuple(shape.nodes, shape.leaves, shape.depth);
+        });
     m.def("_fit", &fit, py::arg("names"), py::arg("columns"), py::arg("options"),
           py::arg("cost_name"), py::arg("cost"));
     m.def("_load", &load, py::arg("path"));
+    m.def("_loads", &loads, py::arg("text"), py::arg("name"));
+    m.def("_estimator_options", &estimatorOptions);
     m.def("_fit_options", &optionTable);
 }
 

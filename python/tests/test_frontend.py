@@ -121,7 +121,7 @@ def test_cli_and_python_grow_the_same_tree(case, tmp_path, mixed):
     assert run("show", py_model) == run("show", cli_model)
 
     # Python reads the CLI's model file as its own; outputs as calyx gives them.
-    loaded = arbolin.load(cli_model)
+    loaded = arbolin.Model.load(cli_model)
     assert list(loaded.predict(columns)) == list(model.predict(columns))
     assert isinstance(model.outputs["SplitLevels"], arbolin.Cell)
     for name, value in loaded.outputs.items():

@@ -1,15 +1,11 @@
-#include "cli/render.hpp"
+#include "frontend/render.hpp"
 
 #include <cmath>
 #include <string>
 #include <utility>
 #include <vector>
 
-namespace arbolin::cli {
-
-using frontend::formatFloat;
-using frontend::formatShort;
-using frontend::Predictor;
+namespace arbolin::frontend {
 
 namespace {
 
@@ -27,8 +23,8 @@ std::string levelSet(const Predictor& p, const std::vector<double>& codes) {
     return text + "}";
 }
 
-}  // namespace
-
+// "petal_length < 2.45", "colour in {red, blue}": what sends a row from
+// `node` to its left (or right) child.
 std::string splitRule(const Model& model, const TreeView& tree, const TreeNode& node, bool left) {
     const Predictor& p = model.predictors[static_cast<std::size_t>(node.split)];
     if (std::isnan(node.cut)) {
@@ -37,12 +33,14 @@ std::string splitRule(const Model& model, const TreeView& tree, const TreeNode& 
     return p.name + (left ? " < " : " >= ") + cutText(tree, node.cut);
 }
 
+// The rule of a surrogate that sends a row left.
 std::string surrogateRule(const Model& model, const TreeView& tree, const Surrogate& s) {
     const Predictor& p = model.predictors[s.predictor];
     if (std::isnan(s.cut)) return p.name + " in " + levelSet(p, s.left);
     return p.name + (s.direction < 0 ? " >= " : " < ") + cutText(tree, s.cut);
 }
 
+// The node's prediction, size and class shares.
 std::string nodeSummary(const Model& model, const TreeView& tree, const TreeNode& node) {
     std::string text = "n=" + formatShort(node.size, 15) + "  ";
     if (!model.classification) return text + "mean " + formatShort(node.value);
@@ -56,8 +54,6 @@ std::string nodeSummary(const Model& model, const TreeView& tree, const TreeNode
 }
 
 // ------------------------------------------------------------ text
-
-namespace {
 
 void missingNote(std::ostream& out, const Model& model, const TreeView& tree, const TreeNode& node,
                  const std::string& indent) {
@@ -139,4 +135,4 @@ void renderDot(std::ostream& out, const Model& model, const TreeView& tree) {
     out << "}\n";
 }
 
-}  // namespace arbolin::cli
+}  // namespace arbolin::frontend
