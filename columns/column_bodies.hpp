@@ -84,6 +84,7 @@ struct ColumnOperator {
             c.divide();
             c.exhaustiveSearch();
             c.releaseOrdered();
+            c.releasePresent();
             return;
         }
         if (curvature && !interaction && !c.nominal_ && !chisq) {

@@ -35,6 +35,15 @@ W probabilityOf(IndexedMatchedProbability<W>& matched, const RowList& rows) {
 template <class X, class Y, class W>
 std::pair<bool, W> IndexedColumn<X, Y, W>::findSurrogate(const SplitRows& kids, W minP) {
     constexpr W lowest = std::numeric_limits<W>::lowest();
+    holdPresent();
+    // Whatever the outcome, the cut is kept and the rows let go again.
+    struct Release {
+        IndexedColumn* column;
+        ~Release() {
+            column->surrogateCut_ = column->cutPoint(column->surrogateSplit);
+            column->releasePresent();
+        }
+    } release{this};
     surrogateSplit.gain = lowest;
     if (Pnotnan_ <= W(0) || 2 * minLeaf_ > present_->size()) {
         return {false, lowest};

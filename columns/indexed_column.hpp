@@ -91,6 +91,11 @@ public:
     // Held only by a task that divides and searches the column at once.
     void gatherOrdered();
     void releaseOrdered();
+    // A sorted present_ that the kept order can give again is let go
+    // between the column's tasks, so that a node's columns do not all hold
+    // their rows at once; holdPresent takes it back.
+    void releasePresent();
+    void holdPresent();
 
     X valueAt(std::uint64_t position) const {
         return ordered_ ? xOrdered_[position] : x_[(*present_)[position]];
@@ -130,6 +135,7 @@ public:
     const RegressionSplitCriterion<Y, W>* regressionCriterion_;
     ColumnSplit<X, W> bestSplit;       // left by exhaustiveSearch
     ColumnSplit<X, W> surrogateSplit;  // left by findSurrogate
+    X surrogateCut_ = 0;               // cutPoint(surrogateSplit), left by findSurrogate
     W pValue_ = 1;
     std::uint64_t maxCat_;
     std::uint64_t algCat_;
@@ -140,6 +146,7 @@ public:
     const ResponseWeight<Y, W>* responses_;
     std::uint64_t predictor_;
     bool presorted_;
+    bool presentReleased_ = false;
 };
 
 template <class X, class Y, class W>
@@ -262,6 +269,23 @@ void IndexedColumn<X, Y, W>::releaseOrdered() {
     ScalableVector<X>().swap(xOrdered_);
     ScalableVector<Y>().swap(yOrdered_);
     ScalableVector<W>().swap(wOrdered_);
+}
+
+template <class X, class Y, class W>
+void IndexedColumn<X, Y, W>::releasePresent() {
+    if (sortedRows_ == nullptr || !sorted_ || present_->size() < 2 * minLeaf_) {
+        return;
+    }
+    presentReleased_ = true;
+    RowList().swap(*present_);
+}
+
+template <class X, class Y, class W>
+void IndexedColumn<X, Y, W>::holdPresent() {
+    if (presentReleased_) {
+        sortedRows_->copyPresent(predictor_, *segment_, *present_);
+        presentReleased_ = false;
+    }
 }
 
 template <class X, class Y, class W>

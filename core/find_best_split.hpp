@@ -161,6 +161,7 @@ SplitRows Node<X, Y, W>::findBestSplit(const RowList& rows, NodeOrder<X> order) 
         return {};
     }
 
+    winner->holdPresent();
     SplitRows result = winner->splitRows(winner->bestSplit);
     CutPoint = winner->cutPoint(winner->bestSplit);
     auto levels = winner->splitLevels(winner->bestSplit);

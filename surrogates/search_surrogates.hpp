@@ -62,7 +62,7 @@ void SurrogateSet<X, W>::searchSurrogates(
         associations.push_back(association);
         const ColumnSplit<X, W>& split = column.surrogateSplit;
         directions.push_back(split.direction);
-        cutPoints.push_back(column.cutPoint(split));
+        cutPoints.push_back(column.surrogateCut_);
         levelPairs.push_back(column.splitLevels(split));
         gains.push_back(split.gain);
     }
