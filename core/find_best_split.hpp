@@ -140,8 +140,10 @@ SplitRows Node<X, Y, W>::findBestSplit(const RowList& rows, NodeOrder<X> order) 
         searchList = &chosen;
     }
 
-    forEachPredictor(Phase::ExhaustiveSearch, loops, *searchList,
-                     ColumnSplitter<X, Y, W>{&columns, Verbosity});
+    if (!work.searchNow) {
+        forEachPredictor(Phase::ExhaustiveSearch, loops, *searchList,
+                         ColumnSplitter<X, Y, W>{&columns, Verbosity});
+    }
     if (searchList->empty()) {
         return {};
     }

@@ -187,6 +187,18 @@ cxArray* cxCreateNumericArray(std::uint64_t ndim, const std::uint64_t* dims, cxC
     return newArray(cls, std::move(shape)).release();
 }
 
+cxArray* cxCreateBorrowedDoubleArray(std::uint64_t ndim, const std::uint64_t* dims,
+                                     const double* data) {
+    std::vector<std::uint64_t> shape;
+    if (dims != nullptr) shape.assign(dims, dims + ndim);
+    // An empty shape makes a one-element array: the lent data must hold it.
+    ArrayPtr a = newArray(cxDOUBLE_CLASS, std::move(shape));
+    if (a->count != 0) {
+        a->data = std::unique_ptr<void, FreeDeleter>(const_cast<double*>(data), FreeDeleter{false});
+    }
+    return a.release();
+}
+
 cxArray* cxCreateCellArray(std::uint64_t ndim, const std::uint64_t* dims) {
     std::vector<std::uint64_t> shape;
     if (dims != nullptr) shape.assign(dims, dims + ndim);

@@ -14,8 +14,12 @@
 
 #include "host/numora_host.hpp"
 
+// Frees what the host allocated; data lent by the caller stays.
 struct FreeDeleter {
-    void operator()(void* p) const noexcept { std::free(p); }
+    bool owned = true;
+    void operator()(void* p) const noexcept {
+        if (owned) std::free(p);
+    }
 };
 
 struct cxArray {

@@ -21,6 +21,11 @@ using ArrayPtr = std::unique_ptr<cxArray, ArrayDeleter>;
 // Numeric arrays of any class, any number of dimensions, zero-filled.
 NUMORA_API cxArray* cxCreateNumericArray(std::uint64_t ndim, const std::uint64_t* dims,
                                          cxClassID cls);
+// A double array over `data`, which the caller lends: it stays the caller's,
+// is never written or freed by the host, and must outlive the array. Spares
+// a copy of large inputs; double elements fill the host's room exactly.
+NUMORA_API cxArray* cxCreateBorrowedDoubleArray(std::uint64_t ndim, const std::uint64_t* dims,
+                                                const double* data);
 NUMORA_API cxArray* cxCreateCellArray(std::uint64_t ndim, const std::uint64_t* dims);
 NUMORA_API cxArray* cxCreateString(std::string_view text);  // 1 by n char array
 NUMORA_API cxArray* cxCreateDoubleScalar(double value);

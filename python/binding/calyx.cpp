@@ -45,7 +45,8 @@ std::vector<numora::ArrayPtr> hostInputs(py::handle inputs) {
     std::size_t i = 0;
     for (py::handle value : inputs) {
         try {
-            arrays.push_back(toHost(value));
+            // The inputs outlive the call, so large ones are lent, not copied.
+            arrays.push_back(lendToHost(value));
         } catch (const UnmappableValue& e) {
             throw py::type_error("inputs[" + std::to_string(i) + "]: " + e.what());
         }

@@ -41,15 +41,43 @@ numora::ArrayPtr hostString(const std::string& text) {
     return numora::ArrayPtr(numora::cxCreateString(text));
 }
 
+// The host's dims of a numpy shape: at least two, trailing 1s past the
+// second dropped.
+std::vector<std::uint64_t> hostDims(const py::array& a) {
+    std::vector<std::uint64_t> dims(a.shape(), a.shape() + a.ndim());
+    dims.resize(std::max<std::size_t>(dims.size(), 2), 1);
+    while (dims.size() > 2 && dims.back() == 1) dims.pop_back();
+    return dims;
+}
+
 template <class T>
 numora::ArrayPtr hostArray(py::handle value, cxClassID cls) {
     using Fortran = py::array_t<T, py::array::f_style | py::array::forcecast>;
+    using RowMajor = py::array_t<T, py::array::c_style>;
+    if (cls != cxLOGICAL_CLASS && py::isinstance<RowMajor>(value) &&
+        py::reinterpret_borrow<py::array>(value).ndim() == 2) {
+        // A row-major matrix of the right type is transposed straight into
+        // the host's array, without a column-major copy in between.
+        const auto a = py::reinterpret_borrow<RowMajor>(value);
+        const auto m = static_cast<std::uint64_t>(a.shape(0));
+        const auto n = static_cast<std::uint64_t>(a.shape(1));
+        const std::uint64_t dims[2] = {m, n};
+        numora::ArrayPtr out(numora::cxCreateNumericArray(2, dims, cls));
+        T* to = static_cast<T*>(cxGetData(out.get()));
+        const T* from = a.data();
+        constexpr std::uint64_t block = 64;
+        for (std::uint64_t i0 = 0; i0 < m; i0 += block) {
+            const std::uint64_t i1 = std::min(m, i0 + block);
+            for (std::uint64_t j = 0; j < n; ++j) {
+                for (std::uint64_t i = i0; i < i1; ++i) to[j * m + i] = from[i * n + j];
+            }
+        }
+        return out;
+    }
     Fortran a = Fortran::ensure(value);
     if (!a) throw py::error_already_set();
 
-    std::vector<std::uint64_t> dims(a.shape(), a.shape() + a.ndim());
-    dims.resize(std::max<std::size_t>(dims.size(), 2), 1);        // 0-D is 1 by 1, 1-D n is n by 1
-    while (dims.size() > 2 && dims.back() == 1) dims.pop_back();  // as the host keeps them
+    const std::vector<std::uint64_t> dims = hostDims(a);  // 0-D is 1 by 1, 1-D n is n by 1
 
     numora::ArrayPtr out;
     void* data = nullptr;
@@ -171,6 +199,19 @@ numora::ArrayPtr toHost(py::handle value) {
         return hostArrayOf(value);
     }
     throw UnmappableValue("values of type " + typeName(value) + " have no host class");
+}
+
+numora::ArrayPtr lendToHost(py::handle value) {
+    using ColumnMajor = py::array_t<double, py::array::f_style>;
+    if (py::isinstance<ColumnMajor>(value)) {
+        const auto a = py::reinterpret_borrow<py::array>(value);
+        if (a.size() != 0) {
+            const std::vector<std::uint64_t> dims = hostDims(a);
+            return numora::ArrayPtr(numora::cxCreateBorrowedDoubleArray(
+                dims.size(), dims.data(), static_cast<const double*>(a.data())));
+        }
+    }
+    return toHost(value);
 }
 
 py::object fromHost(const cxArray* array) {

@@ -29,6 +29,11 @@ public:
 
 numora::ArrayPtr toHost(py::handle value);
 
+// As toHost, but a float64 array already in column-major order is lent to
+// the host instead of copied: `value` must outlive the host array and stay
+// unchanged meanwhile. For the inputs of one call, which the caller holds.
+numora::ArrayPtr lendToHost(py::handle value);
+
 // Copies: the host array may be destroyed afterwards. A null array is None.
 py::object fromHost(const cxArray* array);
 

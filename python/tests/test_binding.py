@@ -27,6 +27,9 @@ C_ORDER = np.arange(6.0).reshape(2, 3)
 ROUND_TRIPS = {
     "float64 matrix": (C_ORDER, C_ORDER),
     "column-major matrix": (np.asfortranarray(C_ORDER), C_ORDER),
+    # Lent to the host, not copied: the host must neither free nor change it.
+    "column-major 1-D": (np.arange(5.0), np.arange(5.0).reshape(5, 1)),
+    "big-endian, copied": (np.asfortranarray(C_ORDER).astype(">f8"), C_ORDER),
     "strided view": (np.arange(12.0).reshape(3, 4)[::2, 1::2], np.array([[1.0, 3.0], [9.0, 11.0]])),
     "float32 matrix": (C_ORDER.astype(np.float32), C_ORDER.astype(np.float32)),
     "1-D is a column": (np.array([1.0, 2.0, 3.0]), np.array([[1.0], [2.0], [3.0]])),
@@ -55,10 +58,13 @@ for t in INTEGERS:
 @pytest.mark.parametrize("value, expected", ROUND_TRIPS.values(), ids=ROUND_TRIPS)
 @pytest.mark.parametrize("trap", [False, True], ids=["call", "trapped-call"])
 def test_value_round_trip(value, expected, trap):
+    before = value.copy() if isinstance(value, np.ndarray) else None
     (result,) = echo(value, trap=trap)
     assert_same(result, expected, close=True)
     if isinstance(result, np.ndarray):
         assert result.flags.owndata  # a copy: the host array is gone
+    if before is not None:
+        np.testing.assert_array_equal(value, before)  # lent or copied, left as it was
 
 
 def test_several_values_each_way_and_none_wanted():
