@@ -30,10 +30,10 @@ template <class W>
 using AssociationTable = tbb::concurrent_vector<std::pair<std::uint64_t, W>>;
 
 // Splits a node's rows by presence of a value. A predictor with no NaN in
-// the node and a kept order takes its rows from that order, already sorted,
-// and skips the walk, unless its list is too short to be sorted or the F
-// curvature test will read it unsorted: then the walk's order is the one
-// that counts.
+// the node and a kept order skips the walk: its column takes its rows from
+// that order, already sorted, when its task begins. Not so if its list is
+// too short to be sorted or the F curvature test will read it unsorted:
+// then the walk's order is the one that counts.
 template <class X>
 struct ColumnNaNRemover {
     const X* x;
@@ -52,7 +52,7 @@ struct ColumnNaNRemover {
         hostInterruptCheck();
         if (sorted != nullptr && segment->present[j] == segment->size &&
             segment->size >= 2 * minLeaf && !(numericUnsorted && !isCat[j])) {
-            sorted->copyPresent(j, *segment, (*present)[j]);
+            (*present)[j].clear();
             (*missing)[j].clear();
             (*presorted)[j] = 1;
             return;
@@ -75,6 +75,7 @@ struct ColumnOperator {
 
     void operator()(std::uint64_t j) const {
         IndexedColumn<X, Y, W>& c = *(*columns)[j];
+        c.holdPresent();
         if (searchNow) {
             hostInterruptCheck();
             c.sort();
@@ -85,6 +86,10 @@ struct ColumnOperator {
             c.exhaustiveSearch();
             c.releaseOrdered();
             c.releasePresent();
+            if (!c.fullSort_) {
+                // Only the surrogate search walks the divisions again.
+                ScalableVector<std::uint64_t>().swap(c.divisions_);
+            }
             return;
         }
         if (curvature && !interaction && !c.nominal_ && !chisq) {

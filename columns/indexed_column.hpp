@@ -44,7 +44,8 @@ struct ColumnSetup {
     bool fullSort = false;  // surrogates in force
     std::uint64_t verbosity = 0;
     // The tree's kept order and this node's place in it, if there is one;
-    // `presorted`: `present` already holds it.
+    // `presorted`: the node's rows all have a value here, and `present` is
+    // left empty for the column to take from the kept order.
     const SortedSegments<X>* sorted = nullptr;
     const NodeSegment* segment = nullptr;
     const ResponseWeight<Y, W>* responses = nullptr;  // y and w side by side, if made
@@ -146,7 +147,7 @@ public:
     const ResponseWeight<Y, W>* responses_;
     std::uint64_t predictor_;
     bool presorted_;
-    bool presentReleased_ = false;
+    bool presentReleased_;
 };
 
 template <class X, class Y, class W>
@@ -178,7 +179,8 @@ IndexedColumn<X, Y, W>::IndexedColumn(const ColumnSetup<X, Y, W>& s)
       segment_(s.segment),
       responses_(s.responses),
       predictor_(s.predictor),
-      presorted_(s.presorted) {
+      presorted_(s.presorted),
+      presentReleased_(s.presorted) {
     if (!missing_->empty()) {
         // Charge the parent's impurity only in the share of the node that
         // this predictor can see, so that gains of predictors with
