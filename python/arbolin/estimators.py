@@ -370,6 +370,16 @@ class _Tree:
             return handle.route_matrix(features.matrix, self._columns)
         return handle.route(self._names, features.columns, [])
 
+    @property
+    def feature_importances_(self):
+        """Each feature's share of the summed gains of the splits made on
+        it (the module's Gain output), in the order of the columns of X:
+        sums to 1 when the tree has a split, all 0 for a single leaf."""
+        self._check_fitted()
+        shares = np.zeros(self.n_features_in_)
+        shares[self._columns] = self.model_.feature_importances()
+        return shares
+
     def get_depth(self):
         """Splits from the root to the deepest leaf."""
         self._check_fitted()
@@ -464,8 +474,9 @@ class TreeClassifier(_Tree):
 
     Attributes after fit: classes_ (the labels, in the order of the
     columns of predict_proba), n_classes_, n_features_in_,
-    feature_names_in_ (for a data frame of string column names), model_
-    (an arbolin.Model: the outputs and the model file).
+    feature_names_in_ (for a data frame of string column names),
+    feature_importances_, model_ (an arbolin.Model: the outputs and the
+    model file).
     """
 
     _estimator_type = "classifier"
@@ -523,8 +534,8 @@ class TreeRegressor(_Tree):
 {parameters}
 
     Attributes after fit: n_features_in_, feature_names_in_ (for a data
-    frame of string column names), model_ (an arbolin.Model: the outputs
-    and the model file).
+    frame of string column names), feature_importances_, model_ (an
+    arbolin.Model: the outputs and the model file).
     """
 
     _estimator_type = "regressor"
