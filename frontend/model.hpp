@@ -44,6 +44,7 @@ struct Surrogate {
     int direction = 1;                // -1: values below the cut go right
     std::vector<double> left, right;  // level codes of a nominal surrogate
     double association = 0;
+    double gain = 0;  // of the surrogate as a split of its own
 };
 
 struct TreeNode {
@@ -55,6 +56,7 @@ struct TreeNode {
     double prob = 0;
     double size = 0;
     double risk = 0;
+    double gain = 0;  // of the split; what a leaf shows means nothing
     std::vector<double> classProb;
     bool unrouted = false;
     std::vector<Surrogate> surrogates;

@@ -156,8 +156,8 @@ void checkShape(const OutputReader& r, const std::vector<double>& kids, std::uin
 // Fills the nodes' surrogates from outputs 17 to 22; 0 by 0 cells mean none.
 void readSurrogates(const OutputReader& r, const Model& model, TreeView& tree) {
     const std::uint64_t n = tree.nodes.size();
-    const Position lists[] = {SurrogateLevels, SurrogateDirections, SurrogateCutPoints,
-                              SurrogatePredictors, SurrogateAssociations};
+    const Position lists[] = {SurrogateLevels,     SurrogateDirections, SurrogateCutPoints,
+                              SurrogatePredictors, SurrogateGains,      SurrogateAssociations};
     for (Position o : lists) {
         const cxArray* a = r.array(o);
         if (!r.isCell(o)) r.fail(o, "should be a cell");
@@ -171,8 +171,10 @@ void readSurrogates(const OutputReader& r, const Model& model, TreeView& tree) {
         const std::vector<double> cuts = list(SurrogateCutPoints);
         const std::vector<double> directions = list(SurrogateDirections);
         const std::vector<double> associations = list(SurrogateAssociations);
+        const std::vector<double> gains = list(SurrogateGains);
         const std::uint64_t s = predictors.size();
-        if (cuts.size() != s || directions.size() != s || associations.size() != s) {
+        if (cuts.size() != s || directions.size() != s || associations.size() != s ||
+            gains.size() != s) {
             r.fail(SurrogatePredictors,
                    "and the other surrogate outputs list different numbers "
                    "of surrogates at node " +
@@ -195,6 +197,7 @@ void readSurrogates(const OutputReader& r, const Model& model, TreeView& tree) {
             g.cut = cuts[k];
             g.direction = directions[k] < 0 ? -1 : 1;
             g.association = associations[k];
+            g.gain = gains[k];
             const cxArray* pair = hasLevels ? cxGetCell(levels, k) : nullptr;
             if (pair != nullptr && cxGetClassID(pair) == cxCELL_CLASS) {
                 if (cxGetNumberOfElements(pair) != 2) {
@@ -225,6 +228,7 @@ TreeView readTree(const Model& model, const std::string& where) {
     const std::vector<double> prob = r.numbers(NodeProb, n, 1);
     const std::vector<double> size = r.numbers(NodeSize, n, 1);
     const std::vector<double> risk = r.numbers(NodeRisk, n, 1);
+    const std::vector<double> gain = r.numbers(Gain, n, 1);
     const std::vector<double> unrouted = r.numbers(HasUnroutedRows, n, 1);
     const std::uint64_t K = model.classification ? model.classes.size() : 1;
     const std::vector<double> classProb = r.numbers(ClassProb, K, n);
@@ -274,6 +278,7 @@ TreeView readTree(const Model& model, const std::string& where) {
         node.prob = prob[i];
         node.size = size[i];
         node.risk = risk[i];
+        node.gain = gain[i];
         node.classProb.assign(classProb.begin() + i * K, classProb.begin() + (i + 1) * K);
         node.unrouted = unrouted[i] != 0;
         if (!model.costs.empty()) {

@@ -174,14 +174,14 @@ def _feature_names_mismatch(fitted, given):
     return text
 
 
-def _target(y, rows):
+def _target(y, rows, stacklevel=5):
     """y as a 1-D array of `rows` values, with a warning for a column."""
     if y is None:
         raise ValueError("this estimator requires y to be passed, but the target y is None")
     y = np.asarray(y)
     if y.ndim == 2 and y.shape[1] == 1:
-        warnings.warn("A column-vector y was passed when a 1d array was expected; "
-                      "it is taken as a 1d array", _data_conversion_warning(), stacklevel=4)
+        warnings.warn("A column-vector y was passed when a 1d array was expected; it is "
+                      "taken as a 1d array", _data_conversion_warning(), stacklevel=stacklevel)
         y = y[:, 0]
     if y.ndim != 1:
         raise ValueError(f"y should be a 1d array, got an array of shape {y.shape} instead.")
@@ -284,6 +284,12 @@ class _Tree:
         """Grows the tree on X (rows by features: an array or a data frame)
         and y, each row weighted by `sample_weight` (scaled to sum to 1);
         rows whose y is missing (NaN, None) are left out. Returns self."""
+        _warn(self._fit(X, y, sample_weight))
+        return self
+
+    def _fit(self, X, y, sample_weight):
+        """fit without the warnings: returns the notices on the data, which
+        a forest reports once for all its trees."""
         features = _Features(X)
         rows, count = features.shape
         y = _target(y, rows)
@@ -303,12 +309,11 @@ class _Tree:
             all_names, all_columns = all_names + [options["weights"]], all_columns + [weight]
         cost_name, cost = _cost(cost)
         handle, notices = _core._fit(all_names, all_columns, options, cost_name, cost)
-        _warn(notices)
         self._set_model(Model(handle), names, features.names)
         if classes is not None:
             self.classes_ = classes(self.model_.classes)
             self.n_classes_ = len(self.classes_)
-        return self
+        return notices
 
     def _set_model(self, model, names, feature_names):
         self.model_ = model
@@ -334,6 +339,13 @@ class _Tree:
         each row reaches: missing values and levels unseen in training go by
         the node's surrogates, and a row that none places stops there."""
         self._check_fitted()
+        nodes, notices = self._route(self._features(X, stacklevel=4))
+        _warn(notices, stacklevel=4)
+        return nodes
+
+    def _features(self, X, stacklevel):
+        """X checked against the features seen in fit (a forest checks once
+        for all its trees)."""
         features = _Features(X)
         fitted = getattr(self, "feature_names_in_", None)
         if features.names is not None and fitted is not None:
@@ -342,20 +354,31 @@ class _Tree:
                 raise ValueError(problem)
         elif features.names is not None:
             warnings.warn(f"X has feature names, but {type(self).__name__} was fitted "
-                          "without feature names", UserWarning, stacklevel=3)
+                          "without feature names", UserWarning, stacklevel=stacklevel)
         elif fitted is not None:
             warnings.warn(f"X does not have valid feature names, but {type(self).__name__} "
-                          "was fitted with feature names", UserWarning, stacklevel=3)
+                          "was fitted with feature names", UserWarning, stacklevel=stacklevel)
         if features.shape[1] != self.n_features_in_:
             raise ValueError(f"X has {features.shape[1]} features, but {type(self).__name__} "
                              f"is expecting {self.n_features_in_} features as input.")
+        return features
+
+    def _route(self, features):
+        """The nodes that checked features reach, and the notices on them."""
         handle = self.model_._handle
         if features.matrix is not None:
-            nodes, notices = handle.route_matrix(features.matrix, self._columns)
-        else:
-            nodes, notices = handle.route(self._names, features.columns, [])
-        _warn(notices, stacklevel=4)
-        return nodes
+            return handle.route_matrix(features.matrix, self._columns)
+        return handle.route(self._names, features.columns, [])
+
+    @property
+    def feature_importances_(self):
+        """Each feature's share of the summed gains of the splits made on
+        it (the module's Gain output), in the order of the columns of X:
+        sums to 1 when the tree has a split, all 0 for a single leaf."""
+        self._check_fitted()
+        shares = np.zeros(self.n_features_in_)
+        shares[self._columns] = self.model_.feature_importances()
+        return shares
 
     def get_depth(self):
         """Splits from the root to the deepest leaf."""
@@ -451,8 +474,9 @@ class TreeClassifier(_Tree):
 
     Attributes after fit: classes_ (the labels, in the order of the
     columns of predict_proba), n_classes_, n_features_in_,
-    feature_names_in_ (for a data frame of string column names), model_
-    (an arbolin.Model: the outputs and the model file).
+    feature_names_in_ (for a data frame of string column names),
+    feature_importances_, model_ (an arbolin.Model: the outputs and the
+    model file).
     """
 
     _estimator_type = "classifier"
@@ -510,8 +534,8 @@ class TreeRegressor(_Tree):
 {parameters}
 
     Attributes after fit: n_features_in_, feature_names_in_ (for a data
-    frame of string column names), model_ (an arbolin.Model: the outputs
-    and the model file).
+    frame of string column names), feature_importances_, model_ (an
+    arbolin.Model: the outputs and the model file).
     """
 
     _estimator_type = "regressor"

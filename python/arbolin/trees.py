@@ -166,6 +166,14 @@ class Model:
     def outputs(self):
         return self._handle.outputs()
 
+    def feature_importances(self, surrogates=False):
+        """Each predictor's share of the summed split gains (the module's
+        Gain output of the branches split on it), in the order of
+        `predictors`; with `surrogates`, each surrogate's own gain is added
+        in full to its predictor. Sums to 1 when the tree has a split with a
+        gain, else all 0."""
+        return self._handle.importance(bool(surrogates))
+
     def _nodes(self, data, missing):
         names, columns = _columns(data)
         missing = [missing] if isinstance(missing, str) else list(missing)

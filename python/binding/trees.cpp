@@ -18,6 +18,7 @@
 #include "binding/bindings.hpp"
 #include "binding/convert.hpp"
 #include "binding/package.hpp"
+#include "frontend/importance.hpp"
 #include "frontend/model.hpp"
 #include "frontend/module_call.hpp"
 #include "frontend/render.hpp"
@@ -397,6 +398,15 @@ py::array_t<double> nodeShares(const PyModel& m) {
     return shares;
 }
 
+// Each predictor's share of the split gains, in predictor order.
+py::array_t<double> importance(const PyModel& m, bool surrogates) {
+    const std::vector<double> shares =
+        fe::featureImportance(m.tree, m.model.predictors.size(), surrogates);
+    py::array_t<double> out(static_cast<py::ssize_t>(shares.size()));
+    std::copy(shares.begin(), shares.end(), out.mutable_data());
+    return out;
+}
+
 // The rows of the option table that Python takes: keyword, default and help.
 py::list optionTable() {
     py::list rows;
@@ -474,6 +484,7 @@ void bindTrees(py::module_& m) {
         .def("route", &route, py::arg("names"), py::arg("columns"), py::arg("missing"))
         .def("route_matrix", &routeMatrix, py::arg("x"), py::arg("columns"))
         .def("render", &render, py::arg("format"))
+        .def("importance", &importance, py::arg("surrogates"))
         .def("shape", [](const PyModel& p) {
             const fe::TreeShape shape = fe::treeShape(p.tree);
             return py::make_tuple(shape.nodes, shape.leaves, shape.depth);
