@@ -253,43 +253,99 @@ struct FileCloser {
 
 }  // namespace
 
-std::string readFileBytes(const std::string& path) {
+namespace {
+
+std::unique_ptr<std::FILE, FileCloser> openFile(const std::string& path) {
     std::error_code error;
     if (std::filesystem::is_directory(path, error)) {
         throw UserError(path + " is a folder, not a CSV file");
     }
     std::unique_ptr<std::FILE, FileCloser> file(std::fopen(path.c_str(), "rb"));
     if (!file) throw UserError("cannot open " + path + ": " + std::strerror(errno));
-    std::string bytes;
-    std::array<char, 1 << 16> buffer;
-    std::size_t got = 0;
-    while ((got = std::fread(buffer.data(), 1, buffer.size(), file.get())) > 0) {
-        bytes.append(buffer.data(), got);
+    return file;
+}
+
+// Appends up to `size` bytes of the file; false at its end.
+bool readPiece(std::FILE* file, const std::string& path, std::string& to, std::size_t size) {
+    const std::size_t had = to.size();
+    to.resize(had + size);
+    const std::size_t got = std::fread(to.data() + had, 1, size, file);
+    to.resize(had + got);
+    if (std::ferror(file)) throw UserError("cannot read " + path + ": " + std::strerror(errno));
+    return got != 0;
+}
+
+// Whether the first line ends within `text`: a line break outside quotes.
+bool firstLineEnds(std::string_view text) {
+    bool quoted = false;
+    for (const char c : text) {
+        if (c == '"') {
+            quoted = !quoted;
+        } else if (!quoted && (c == '\n' || c == '\r')) {
+            return true;
+        }
     }
-    if (std::ferror(file.get())) {
-        throw UserError("cannot read " + path + ": " + std::strerror(errno));
+    return false;
+}
+
+}  // namespace
+
+std::string readFileBytes(const std::string& path) {
+    const auto file = openFile(path);
+    std::string bytes;
+    while (readPiece(file.get(), path, bytes, 1 << 16)) {
     }
     return bytes;
 }
 
 CsvTable CsvTable::read(const std::string& path, const CsvFormat& format, Header header) {
-    return parse(readFileBytes(path), path, format, header);
+    // A piece at a time: the file is never held whole beside its table.
+    const auto file = openFile(path);
+    return parseStream([&](std::string& to) { return readPiece(file.get(), path, to, 1 << 20); },
+                       path, format, header);
 }
 
 CsvTable CsvTable::parse(std::string_view bytes, const std::string& name, const CsvFormat& format,
                          Header header) {
+    bool given = false;
+    return parseStream(
+        [&](std::string& to) {
+            if (given) return false;
+            to.append(bytes);
+            given = true;
+            return true;
+        },
+        name, format, header);
+}
+
+template <class More>
+CsvTable CsvTable::parseStream(More&& more, const std::string& name, const CsvFormat& format,
+                               Header header) {
     CsvTable table;
     table.path_ = name;
-    std::string converted;
-    if (format.encoding == Encoding::Latin1) {
-        converted = latin1ToUtf8(bytes);
-        bytes = converted;
-    } else if (bytes.starts_with("\xFF\xFE") || bytes.starts_with("\xFE\xFF")) {
+    // The bytes not parsed yet, converted to UTF-8; `end` once `more` has
+    // given everything.
+    std::string pending;
+    bool end = false;
+    auto fill = [&] {
+        std::string piece;
+        if (!more(piece)) {
+            end = true;
+        } else if (format.encoding == Encoding::Latin1) {
+            pending += latin1ToUtf8(piece);
+        } else {
+            pending += piece;
+        }
+    };
+    // The first line whole, for the byte order marks and the delimiter.
+    while (!end && !firstLineEnds(pending)) fill();
+    if (format.encoding != Encoding::Latin1 &&
+        (pending.starts_with("\xFF\xFE") || pending.starts_with("\xFE\xFF"))) {
         throw UserError(name +
                         ": the file is UTF-16 (it starts with a UTF-16 byte order mark); "
                         "save it as UTF-8");
     }
-    table.delimiter_ = format.delimiter != 0 ? format.delimiter : detectDelimiter(bytes);
+    table.delimiter_ = format.delimiter != 0 ? format.delimiter : detectDelimiter(pending);
     if (format.delimiter == 0 && table.delimiter_ != ',') {
         table.notices_.note(name + ": fields separated by " + delimiterPlural(table.delimiter_) +
                             ", which split the first line most (--delimiter sets another)");
@@ -303,22 +359,33 @@ CsvTable CsvTable::parse(std::string_view bytes, const std::string& name, const 
     CsvParse state(table);
     state.headerIsData = header == Header::None;
     state.checkUtf8 = format.encoding == Encoding::Utf8;
-    // One physical line at a time, so that the callbacks know the line.
+    // One physical line at a time, so that the callbacks know the line. A
+    // line is taken once its end is certain: a final \r may be half of \r\n.
     std::size_t start = 0;
-    while (start < bytes.size()) {
-        const std::size_t end = lineEnd(bytes, start);
-        ++state.line;
-        const std::size_t used = csv_parse(parser.get(), bytes.data() + start, end - start,
-                                           fieldCallback, recordCallback, &state);
-        if (used != end - start && !state.problem) {
-            state.fail(state.line, 0,
-                       csv_error(parser.get()) == CSV_EPARSE
-                           ? "broken quoting: a quote inside an unquoted field, or text after "
-                             "a closing quote"
-                           : csv_strerror(csv_error(parser.get())));
+    for (;;) {
+        while (start < pending.size()) {
+            const std::size_t stop = pending.find_first_of("\r\n", start);
+            const bool whole =
+                stop != std::string::npos && (pending[stop] == '\n' || stop + 1 < pending.size());
+            if (!whole && !end) break;
+            const std::size_t next = lineEnd(pending, start);
+            ++state.line;
+            const std::size_t used = csv_parse(parser.get(), pending.data() + start, next - start,
+                                               fieldCallback, recordCallback, &state);
+            if (used != next - start && !state.problem) {
+                state.fail(state.line, 0,
+                           csv_error(parser.get()) == CSV_EPARSE
+                               ? "broken quoting: a quote inside an unquoted field, or text "
+                                 "after a closing quote"
+                               : csv_strerror(csv_error(parser.get())));
+            }
+            if (state.problem) throw UserError(*state.problem);
+            start = next;
         }
-        if (state.problem) throw UserError(*state.problem);
-        start = end;
+        if (end) break;
+        pending.erase(0, start);
+        start = 0;
+        fill();
     }
     if (csv_fini(parser.get(), fieldCallback, recordCallback, &state) != 0 && !state.problem) {
         state.fail(state.lastEnd + 1, 0, "a quoted field is not closed by the end of the file");

@@ -82,6 +82,11 @@ public:
 
 private:
     friend struct CsvParse;
+    // Parses what `more(std::string&)` appends, piece by piece, until it
+    // returns false.
+    template <class More>
+    static CsvTable parseStream(More&& more, const std::string& name, const CsvFormat& format,
+                                Header header);
     struct Column {
         std::string text;
         std::vector<std::uint64_t> ends;  // end of each field in `text`

@@ -6,14 +6,15 @@
 #include <chrono>
 #include <filesystem>
 #include <iostream>
+#include <optional>
 
 #include "cli/bundled_data.hpp"
 #include "cli/commands.hpp"
 #include "cli/csv.hpp"
 #include "cli/output_file.hpp"
-#include "frontend/render.hpp"
 #include "frontend/model.hpp"
 #include "frontend/module_call.hpp"
+#include "frontend/render.hpp"
 
 namespace arbolin::cli {
 
@@ -59,10 +60,14 @@ void runFit(const FitArgs& args) {
     const auto start = std::chrono::steady_clock::now();
     const std::string path = resolveDataFile(args.data);
     const CsvFormat format = csvFormat(args.options);
-    const CsvTable table = CsvTable::read(path, format);
-    printNotices(table.notices());
-    const TrainingData data = prepareTrainingData(table, args.options);
+    std::optional<CsvTable> table(CsvTable::read(path, format));
+    printNotices(table->notices());
+    const TrainingData data = prepareTrainingData(*table, args.options);
     printNotices(data.notices);
+    // The file's text is not needed once the data are prepared: it goes
+    // before the tree is grown, which keeps the peak down.
+    const std::uint64_t fileRows = table->rowCount();
+    table.reset();
     const Settings settings = fitSettings(data, args.options);
 
     std::vector<double> cost;
@@ -77,8 +82,8 @@ void runFit(const FitArgs& args) {
     checkWritable(output);
 
     if (data.leftOut != 0) {
-        std::cout << "Left out " << data.leftOut << " of " << table.rowCount()
-                  << " rows: their response (" << data.response << ") is missing.\n";
+        std::cout << "Left out " << data.leftOut << " of " << fileRows << " rows: their response ("
+                  << data.response << ") is missing.\n";
     }
     warnOfManyClasses(data);
     const std::string module = modulePath(ARBOLIN_MODULE_PATH);

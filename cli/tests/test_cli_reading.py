@@ -3,6 +3,7 @@ written two ways grows the same tree, bit for bit (refusals: test_cli_refusals).
 
 import json
 
+import numpy as np
 import pytest
 
 from conftest import fit, predict, run, said, write_csv as write
@@ -241,3 +242,33 @@ def test_an_all_zero_cost_matrix_is_warned_of(tmp_path):
     assert said(done, "warning") == ["arbolin: warning: zero.csv: every cost is 0, so no split can "
                               "lower the cost; the tree will be a single node"]
     assert "nodes 1, leaves 1, depth 0" in done.stdout
+
+
+@pytest.mark.parametrize("ending", ["\r\n", "\r", "\n"])
+def test_a_file_read_in_pieces_loses_nothing_at_their_seams(tmp_path, ending):
+    """The tool reads a file a megabyte at a time. A header longer than a
+    piece, and a line break on the seam of two pieces (\r\n cut in two),
+    give the tree of the same data in a small file."""
+    seam = 2 << 20  # the header takes two pieces; the third starts here
+    rng = np.random.default_rng(5)
+    # Long rows (the zeros change no value), so that few fill the pieces.
+    rows = [[f"{v:.6f}", f"{u:.6f}" + "0" * 300, "ab"[int(v > 0.5)]]
+            for v, u in rng.random((4000, 2))]
+    lines = [",".join(r) for r in rows]
+    text = "x" * (seam // 2 + 10) + ",u,class" + ending
+    k = 0
+    while len(text) + 2 * len(lines[k]) < seam - 1:
+        text += lines[k] + ending
+        k += 1
+    # Zeros after the decimals put this row's line break at the seam.
+    extra = seam - 1 - len(text) - len(lines[k])
+    lines[k] = rows[k][0] + "0" * extra + lines[k][len(rows[k][0]):]
+    text += ending.join(lines[k:]) + ending
+    assert text[seam - 1] == ending[0]
+    big = tmp_path / "big.csv"
+    big.write_bytes(text.encode())
+    small = write(tmp_path / "small.csv", ["x", "u", "class"],
+                      [line.split(",") for line in lines])
+    a, _ = fit(tmp_path, big, "--response", "class", "--max-splits", "5", model="a.json")
+    b, _ = fit(tmp_path, small, "--response", "class", "--max-splits", "5", model="b.json")
+    assert a["outputs"] == b["outputs"]
