@@ -4,6 +4,7 @@ host runtime exactly as the host calls it.
     TreeClassifier(**options), TreeRegressor(**options)   scikit-learn estimators
     load(path) -> TreeClassifier or TreeRegressor         (a model file of either)
     export_text(est), export_graphviz(est)                (as `arbolin show` prints)
+    plot_tree(est, ax=None)                               (with matplotlib)
     fit(data, response=None, **options) -> Model          (as `arbolin fit` does)
     calyx(nout, inputs, *, functions=None, out=None) -> tuple of nout values
 
@@ -48,8 +49,8 @@ _core._bind(HostError, Cell, InvalidParameterError, os.path.dirname(os.path.absp
 from ._core import INPUT_NAMES, OUTPUT_NAMES, Stream, calyx  # noqa: E402
 from .trees import Model, fit  # noqa: E402
 from .estimators import (NotFittedError, TreeClassifier, TreeRegressor,  # noqa: E402
-                         export_graphviz, export_text, load)
+                         export_graphviz, export_text, load, plot_tree)
 
 __all__ = ["calyx", "Cell", "HostError", "InvalidParameterError", "Stream", "INPUT_NAMES",
            "OUTPUT_NAMES", "fit", "load", "Model", "TreeClassifier", "TreeRegressor",
-           "NotFittedError", "export_text", "export_graphviz"]
+           "NotFittedError", "export_text", "export_graphviz", "plot_tree"]
