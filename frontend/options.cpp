@@ -40,7 +40,6 @@ std::string_view delimiters(const DataShape&) { return ",|;|tab|\\|"; }
 std::string_view encodings(const DataShape&) { return "utf-8|latin1"; }
 std::string_view pruneMethods(const DataShape&) { return "none|cv"; }
 std::string_view pruneRules(const DataShape&) { return "1se|min"; }
-std::optional<double> rows(const DataShape& s) { return double(s.rows); }
 
 constexpr OptionRow kOptions[] = {
     {"response", in::Y, K::Column, "", nullptr, "the last column", 0, nullptr, "", nullptr,
@@ -112,8 +111,9 @@ constexpr OptionRow kOptions[] = {
     {"prune", 0, K::Keyword, "none", nullptr, "", 0, nullptr, "", pruneMethods,
      "cv: grow, then prune to the size that k-fold cross-validation of the cost-complexity "
      "sequence chooses; the model keeps the sequence and its cross-validated risks"},
-    {"folds", 0, K::Count, "10", nullptr, "", 2, rows, "the rows", nullptr,
-     "folds of the cross-validation (stratified by class; dealt by --seed, or by 1 without it)"},
+    {"folds", 0, K::Count, "10", nullptr, "", 2, none, "", nullptr,
+     "folds of the cross-validation, at most the rows (stratified by class; dealt by --seed, "
+     "or by 1 without it)"},
     {"rule", 0, K::Keyword, "1se", nullptr, "", 0, nullptr, "", pruneRules,
      "the size cross-validation chooses: 1se, the smallest tree within one standard error of "
      "the least cross-validated risk; min, the tree of the least"},
