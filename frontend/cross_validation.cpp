@@ -88,35 +88,57 @@ FoldLosses heldOutLosses(const numora::Module& module, const TrainingData& data,
     const std::vector<std::uint64_t> reached = routeRows(tree, x, m);
 
     const std::uint64_t K = data.classes.size();
-    FoldLosses out{std::vector<double>(alphas.size(), 0.0), std::vector<double>(alphas.size(), 0.0)};
-    std::vector<std::uint64_t> stop(tree.nodes.size());
-    for (std::size_t k = 0; k < alphas.size(); ++k) {
-        const std::vector<bool> cut = seq.cut(stepForAlpha(seq.steps, alphas[k]));
-        // Where a row that reaches each node stops in the subtree: at the
-        // highest cut branch above it, or at the node itself.
-        stop[0] = 0;
-        for (std::uint64_t i = 0; i < tree.nodes.size(); ++i) {
-            const TreeNode& node = tree.nodes[i];
-            if (!node.branch()) continue;
-            const bool ends = stop[i] != i || cut[i];
-            stop[node.left] = ends ? stop[i] : node.left;
-            stop[node.right] = ends ? stop[i] : node.right;
-        }
-        for (std::uint64_t i = 0; i < m; ++i) {
-            const std::uint64_t r = rows[i];
-            const double predicted = tree.nodes[stop[reached[i]]].value;
-            double loss = 0;
-            if (!data.classification) {
-                loss = (data.y[r] - predicted) * (data.y[r] - predicted);
-            } else if (costs.empty()) {
-                loss = data.y[r] == predicted ? 0.0 : 1.0;
-            } else {
-                loss = costs[static_cast<std::uint64_t>(data.y[r]) +
-                             static_cast<std::uint64_t>(predicted) * K];
+    const auto loss = [&](std::uint64_t r, std::uint64_t node) {
+        const double predicted = tree.nodes[node].value;
+        if (!data.classification) return (data.y[r] - predicted) * (data.y[r] - predicted);
+        if (costs.empty()) return data.y[r] == predicted ? 0.0 : 1.0;
+        return costs[static_cast<std::uint64_t>(data.y[r]) +
+                     static_cast<std::uint64_t>(predicted) * K];
+    };
+    const std::uint64_t n = tree.nodes.size();
+    std::vector<std::uint64_t> parent(n, 0);
+    for (std::uint64_t i = 0; i < n; ++i) {
+        if (tree.nodes[i].branch()) parent[tree.nodes[i].left] = parent[tree.nodes[i].right] = i;
+    }
+    // The fold's step for each alpha asked, rising with it.
+    std::vector<std::uint64_t> foldStep(alphas.size());
+    for (std::size_t k = 0; k < alphas.size(); ++k) foldStep[k] = stepForAlpha(seq.steps, alphas[k]);
+    const auto firstAsked = [&](std::uint64_t step) {
+        return static_cast<std::uint64_t>(
+            std::lower_bound(foldStep.begin(), foldStep.end(), step) - foldStep.begin());
+    };
+    // A row stops at the node it reaches while that node's parent stays a
+    // branch, then at each ancestor in turn as the cuts reach it: steps
+    // [cutAt[p], cutAt[parent p]) stop at p, since cuts rise towards the
+    // root. Each stretch adds its loss to a run of the alphas asked, kept
+    // as differences.
+    constexpr std::uint64_t kNever = std::numeric_limits<std::uint64_t>::max();
+    std::vector<double> sum(alphas.size() + 1, 0.0), squares(alphas.size() + 1, 0.0);
+    for (std::uint64_t i = 0; i < m; ++i) {
+        const std::uint64_t r = rows[i];
+        std::uint64_t from = 0;
+        for (std::uint64_t p = reached[i];; p = parent[p]) {
+            const std::uint64_t to = p == 0 ? kNever : seq.cutAt[parent[p]];
+            const std::uint64_t first = firstAsked(from);
+            const std::uint64_t last = to == kNever ? alphas.size() : firstAsked(to);
+            if (first < last) {
+                const double l = loss(r, p);
+                sum[first] += data.w[r] * l;
+                sum[last] -= data.w[r] * l;
+                squares[first] += data.w[r] * l * l;
+                squares[last] -= data.w[r] * l * l;
             }
-            out.sum[k] += data.w[r] * loss;
-            out.squares[k] += data.w[r] * loss * loss;
+            from = std::max(from, to);
+            if (p == 0) break;
         }
+    }
+    FoldLosses out{std::vector<double>(alphas.size()), std::vector<double>(alphas.size())};
+    double runningSum = 0, runningSquares = 0;
+    for (std::size_t k = 0; k < alphas.size(); ++k) {
+        runningSum += sum[k];
+        runningSquares += squares[k];
+        out.sum[k] = runningSum;
+        out.squares[k] = runningSquares;
     }
     return out;
 }

@@ -134,27 +134,54 @@ PruningSequence pruningSequence(const Model& model, const TreeView& tree) {
     }
     record(0);
 
-    std::vector<bool> live(n);
+    // The branches still in the subtree, and each node's parent: a cut
+    // changes the subtrees of its ancestors only.
+    std::vector<std::uint64_t> parent(n, 0), branches;
+    std::vector<bool> gone(n, false);
+    for (std::uint64_t i = 0; i < n; ++i) {
+        const TreeNode& node = tree.nodes[i];
+        if (!node.branch()) continue;
+        parent[node.left] = parent[node.right] = i;
+        gone[node.left] = gone[node.right] = gone[i] || isLeaf[i];
+        if (!gone[i] && !isLeaf[i]) branches.push_back(i);
+    }
+    std::vector<double> g(n);
+    std::vector<std::uint64_t> cuts, below;
     while (!isLeaf[0]) {
         const std::uint64_t step = seq.steps.size();
-        std::vector<double> g(n, std::numeric_limits<double>::infinity());
         double least = std::numeric_limits<double>::infinity();
-        for (std::uint64_t i = 0; i < n; ++i) {
-            const TreeNode& node = tree.nodes[i];
-            if (i == 0) live[i] = true;
-            if (!live[i] || isLeaf[i]) continue;
-            live[node.left] = live[node.right] = true;
+        for (std::uint64_t i : branches) {
             g[i] = (leaf[i] - subRisk[i]) / static_cast<double>(subLeaves[i] - 1);
             least = std::min(least, g[i]);
         }
-        for (std::uint64_t i = 0; i < n; ++i) {
-            if (live[i] && !isLeaf[i] && g[i] <= least + tie) {
-                isLeaf[i] = true;
-                seq.cutAt[i] = step;
+        cuts.clear();
+        for (std::uint64_t i : branches) {
+            if (g[i] <= least + tie) cuts.push_back(i);
+        }
+        for (std::uint64_t c : cuts) {
+            isLeaf[c] = true;
+            seq.cutAt[c] = step;
+            // What hangs below a cut is gone.
+            below.assign({tree.nodes[c].left, tree.nodes[c].right});
+            while (!below.empty()) {
+                const std::uint64_t i = below.back();
+                below.pop_back();
+                if (gone[i]) continue;
+                gone[i] = true;
+                if (tree.nodes[i].branch() && !isLeaf[i]) {
+                    below.push_back(tree.nodes[i].left);
+                    below.push_back(tree.nodes[i].right);
+                }
             }
         }
-        std::fill(live.begin(), live.end(), false);
-        for (std::uint64_t i = n; i-- > 0;) measure(i);
+        for (std::uint64_t c : cuts) {
+            if (gone[c]) continue;
+            for (std::uint64_t a = c;; a = parent[a]) {
+                measure(a);
+                if (a == 0) break;
+            }
+        }
+        std::erase_if(branches, [&](std::uint64_t i) { return isLeaf[i] || gone[i]; });
         record(least);
     }
 
