@@ -56,9 +56,19 @@ TrainingData trainingPart(const TrainingData& data, const std::vector<std::uint6
     }
     double total = 0;
     for (std::uint64_t r : rows) total += data.w[r];
+    double top = 0;
     for (std::uint64_t r : rows) {
         part.y.push_back(data.y[r]);
         part.w.push_back(total > 0 ? data.w[r] / total : data.w[r]);
+        top = std::max(top, data.y[r]);
+    }
+    // The module counts classes up to the largest present: a fold that
+    // lacks the last classes has fewer.
+    const auto present = static_cast<std::size_t>(top) + 1;
+    if (data.classification && present < data.classes.size()) {
+        const std::vector<std::string>& labels = data.classes.labels();
+        part.classes = Levels::fromLabels({labels.begin(), labels.begin() + present},
+                                          data.classes.numbers());
     }
     return part;
 }
@@ -72,7 +82,14 @@ FoldLosses heldOutLosses(const numora::Module& module, const TrainingData& data,
                          const Settings& settings, const std::vector<double>& costs,
                          const std::vector<double>& alphas, const std::vector<std::uint64_t>& fold,
                          std::uint64_t held) {
-    const Grown grown = growModel(module, trainingPart(data, fold, held), settings, costs);
+    const TrainingData part = trainingPart(data, fold, held);
+    // The costs among the classes the fold has, column-major.
+    const std::uint64_t Kpart = part.classes.size(), K = data.classes.size();
+    std::vector<double> partCosts;
+    for (std::uint64_t j = 0; !costs.empty() && j < Kpart; ++j) {
+        for (std::uint64_t i = 0; i < Kpart; ++i) partCosts.push_back(costs[i + j * K]);
+    }
+    const Grown grown = growModel(module, part, settings, partCosts);
     const TreeView& tree = grown.tree;
     const PruningSequence seq = pruningSequence(grown.model, tree);
 
@@ -87,7 +104,6 @@ FoldLosses heldOutLosses(const numora::Module& module, const TrainingData& data,
     }
     const std::vector<std::uint64_t> reached = routeRows(tree, x, m);
 
-    const std::uint64_t K = data.classes.size();
     const auto loss = [&](std::uint64_t r, std::uint64_t node) {
         const double predicted = tree.nodes[node].value;
         if (!data.classification) return (data.y[r] - predicted) * (data.y[r] - predicted);

@@ -276,3 +276,13 @@ def test_plot_tree_draws_each_node():
     assert len(boxes) == est.model_.shape[0]
     fig.canvas.draw()
     plt.close(fig)
+
+
+@pytest.mark.parametrize("cost", [None, np.ones((4, 4)) - np.eye(4)])
+def test_a_fold_without_the_last_class_still_grows(cost):
+    # One row of a fourth class: the training part of its fold lacks it.
+    X, y = IRIS[0], IRIS[1].copy()
+    y[0] = 3
+    path = TreeClassifier(prune="cv", folds=5, cost=cost).fit(X, y).pruning_
+    assert np.all(np.isfinite(path["cv_risk"]))
+    assert path["cv_risk"][-1] == pytest.approx(101 / 150)  # the root predicts class 1 or 2
