@@ -117,6 +117,12 @@ void addReadingOptions(CLI::App& command, RawOptions& raw) {
     addOptions(command, raw, frontend::isReadingOption);
 }
 
+void addModelArgument(CLI::App& command, std::string& model) {
+    command.add_option("model", model, "model JSON written by arbolin fit")
+        ->required()
+        ->type_name("MODEL.json");
+}
+
 }  // namespace
 
 // ------------------------------------------------------------ commands
@@ -141,13 +147,26 @@ CLI::App* addFitCommand(CLI::App& app, FitArgs& args) {
 }
 
 CLI::App* addShowCommand(CLI::App& app, ShowArgs& args) {
-    CLI::App* show = app.add_subcommand("show", "print a saved tree as rules or as Graphviz");
-    show->add_option("model", args.model, "model JSON written by arbolin fit")
-        ->required()
-        ->type_name("MODEL.json");
-    show->add_option("--format", args.format, "text: indented rules; dot: Graphviz [default: text]")
-        ->check(CLI::IsMember({"text", "dot"}))
-        ->type_name("{text|dot}");
+    CLI::App* show = app.add_subcommand(
+        "show", "print a saved tree as rules, Graphviz or a drawing, or its pruning or importance");
+    addModelArgument(*show, args.model);
+    show->add_option("--format", args.format,
+                     "text: indented rules; dot: Graphviz; svg: a drawing (with --pruning: the "
+                     "plot of risk against leaves) [default: text]")
+        ->check(CLI::IsMember({"text", "dot", "svg"}))
+        ->type_name("{text|dot|svg}");
+    CLI::Option* pruning = show->add_flag(
+        "--pruning", args.pruning,
+        "the cost-complexity sequence: alpha, leaves, risk, and the cross-validated risk with "
+        "its standard error when fit --prune cv measured it");
+    CLI::Option* importance = show->add_flag(
+        "--importance", args.importance,
+        "each predictor's share of the summed gains of the splits made on it");
+    show->add_flag("--surrogates", args.surrogates,
+                   "with --importance: add each surrogate's own gain as a split, in full, to its "
+                   "predictor")
+        ->needs(importance);
+    pruning->excludes(importance);
     show->add_option("--output", args.output, "write to this file [default: standard output]")
         ->type_name("FILE");
     return show;
@@ -156,9 +175,7 @@ CLI::App* addShowCommand(CLI::App& app, ShowArgs& args) {
 CLI::App* addPredictCommand(CLI::App& app, PredictArgs& args) {
     CLI::App* predict =
         app.add_subcommand("predict", "apply a saved tree to the rows of a CSV file");
-    predict->add_option("model", args.model, "model JSON written by arbolin fit")
-        ->required()
-        ->type_name("MODEL.json");
+    addModelArgument(*predict, args.model);
     predict
         ->add_option("data", args.data,
                      "CSV file with a header row naming the predictors, or a bundled data set")
@@ -171,6 +188,28 @@ CLI::App* addPredictCommand(CLI::App& app, PredictArgs& args) {
         "Writes one row per data row: the prediction, in classification the class shares "
         "(prob_LABEL), and the number of the node the row reached.\n");
     return predict;
+}
+
+CLI::App* addPruneCommand(CLI::App& app, PruneArgs& args) {
+    CLI::App* prune = app.add_subcommand(
+        "prune", "cut a saved tree back to a subtree of its cost-complexity sequence");
+    addModelArgument(*prune, args.model);
+    CLI::Option* alpha = prune->add_option(
+        "--alpha", args.alpha,
+        "the subtree for this alpha, the risk charged per leaf (see show --pruning)");
+    alpha->type_name("X")->check(CLI::NonNegativeNumber);
+    CLI::Option* leaves =
+        prune->add_option("--leaves", args.leaves, "the largest subtree of at most this many leaves");
+    leaves->type_name("N")->check(CLI::PositiveNumber);
+    alpha->excludes(leaves);
+    prune->add_option("--output", args.output, "where to write the pruned model")
+        ->required()
+        ->type_name("FILE");
+    prune->footer(
+        "Risk is in units where the training weights sum to 1: the misclassification cost in "
+        "classification, the squared error in regression. A pruned model keeps the sequence "
+        "of the tree as grown, and can be pruned further but not grown back.\n");
+    return prune;
 }
 
 CLI::App* addDemoCommand(CLI::App& app, DemoArgs& args) {

@@ -12,8 +12,10 @@
 #include "cli/commands.hpp"
 #include "cli/csv.hpp"
 #include "cli/output_file.hpp"
+#include "cli/progress.hpp"
 #include "frontend/model.hpp"
 #include "frontend/module_call.hpp"
+#include "frontend/pruning.hpp"
 #include "frontend/render.hpp"
 
 namespace arbolin::cli {
@@ -54,6 +56,20 @@ void warnOfManyClasses(const TrainingData& data) {
     }
 }
 
+void printPruned(const PruningRecord& record, double seconds) {
+    const PruningStep& chosen = record.steps[record.chosen];
+    std::cout << "pruned to " << chosen.leaves << (chosen.leaves == 1 ? " leaf" : " leaves")
+              << " (step " << record.chosen << " of " << record.steps.size() << ", alpha "
+              << formatShort(chosen.alpha, 6);
+    if (record.folds > 0) {
+        std::cout << ", chosen by " << record.folds << "-fold cross-validation, rule "
+                  << record.rule << ", in " << formatShort(seconds, 3)
+                  << " s; cross-validated risk " << formatShort(chosen.cvRisk, 4) << ", std error "
+                  << formatShort(chosen.cvError, 3);
+    }
+    std::cout << "); arbolin show --pruning lists the sequence\n";
+}
+
 }  // namespace
 
 void runFit(const FitArgs& args) {
@@ -87,7 +103,19 @@ void runFit(const FitArgs& args) {
     }
     warnOfManyClasses(data);
     const std::string module = modulePath(ARBOLIN_MODULE_PATH);
-    Grown grown = growModel(numora::Module(module), data, settings, std::move(cost));
+    const numora::Module loaded(module);
+    Progress progress(!settings.flag("quiet") && settings.number("verbose") == 0 &&
+                      Progress::onTerminal());
+    progress.start("growing the tree");
+    Grown grown = growModel(loaded, data, settings, std::move(cost));
+    const auto grownAt = std::chrono::steady_clock::now();
+    progress.start("cross-validating");
+    pruneGrown(grown, loaded, data, settings, 0, [&](std::uint64_t done, std::uint64_t total) {
+        progress.update("fold " + std::to_string(done) + " of " + std::to_string(total) + " done");
+    });
+    progress.finish();
+    const double pruneSeconds =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - grownAt).count();
     Model& model = grown.model;
     const TreeShape shape = treeShape(grown.tree);
     const double score = trainingScore(grown.tree, data);
@@ -107,6 +135,7 @@ void runFit(const FitArgs& args) {
     if (!settings.flag("quiet")) renderText(std::cout, model, grown.tree);
     const double total =
         std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    if (model.pruning) printPruned(*model.pruning, pruneSeconds);
     std::cout << "nodes " << shape.nodes << ", leaves " << shape.leaves << ", depth " << shape.depth
               << '\n'
               << (data.classification

@@ -117,8 +117,10 @@ int runCommandLine(const std::vector<std::string>& args) {
     ShowArgs show;
     PredictArgs predict;
     DemoArgs demo;
+    PruneArgs prune;
     CLI::App* fitCommand = addFitCommand(app, fit);
     CLI::App* showCommand = addShowCommand(app, show);
+    CLI::App* pruneCommand = addPruneCommand(app, prune);
     CLI::App* predictCommand = addPredictCommand(app, predict);
     CLI::App* demoCommand = addDemoCommand(app, demo);
 
@@ -127,7 +129,7 @@ int runCommandLine(const std::vector<std::string>& args) {
     // required.
     std::string commands;
     bool known = false;
-    for (const CLI::App* c : {fitCommand, showCommand, predictCommand, demoCommand}) {
+    for (const CLI::App* c : {fitCommand, showCommand, pruneCommand, predictCommand, demoCommand}) {
         commands += (commands.empty() ? "" : ", ") + c->get_name();
         known = known || (!args.empty() && args[0] == c->get_name());
     }
@@ -163,6 +165,7 @@ int runCommandLine(const std::vector<std::string>& args) {
         if (showCommand->parsed()) runShow(show);
         if (predictCommand->parsed()) runPredict(predict);
         if (demoCommand->parsed()) runDemo(demo);
+        if (pruneCommand->parsed()) runPrune(prune);
         return checkStandardOutput(kExitOk);
     } catch (const UserError& e) {
         return report(e.what(), checkStandardOutput(e.status()));

@@ -5,7 +5,9 @@
 // the model file.
 #pragma once
 
+#include <cmath>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -15,6 +17,28 @@
 #include "host/numora_host.hpp"
 
 namespace arbolin::frontend {
+
+// One subtree of the cost-complexity sequence of a grown tree: the least
+// alpha (risk charged per leaf) at which it is the best, its leaves and its
+// risk on the training data, in units where the weights sum to 1; and,
+// when the sequence was cross-validated, the risk on held-out rows with its
+// standard error (NaN otherwise).
+struct PruningStep {
+    double alpha = 0;
+    std::uint64_t leaves = 0;
+    double risk = 0;
+    double cvRisk = std::nan("");
+    double cvError = std::nan("");
+};
+
+// The sequence of the tree as grown, kept with a pruned model: its tree is
+// step `chosen`. `folds` is 0 when no cross-validation ran.
+struct PruningRecord {
+    std::vector<PruningStep> steps;
+    std::uint64_t chosen = 0;
+    std::uint64_t folds = 0;
+    std::string rule;  // "1se" or "min" when cross-validated
+};
 
 struct Model {
     std::vector<Predictor> predictors;
@@ -34,6 +58,7 @@ struct Model {
     // The tokens that counted as missing when it was grown (options.missing).
     std::vector<std::string> missing;
     std::vector<numora::ArrayPtr> outputs;  // all twenty-two, in order
+    std::optional<PruningRecord> pruning;   // for a pruned tree
 };
 
 // ------------------------------------------------ the tree (tree_view.cpp)

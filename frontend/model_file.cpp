@@ -121,6 +121,67 @@ std::vector<std::string> grownMissing(const Json& options) {
     return tokens;
 }
 
+// The pruning sequence as columns, one entry a subtree; NaN (no
+// cross-validation) is null.
+Json pruningJson(const PruningRecord& record) {
+    Json alpha = Json::array(), leaves = Json::array(), risk = Json::array(),
+         cvRisk = Json::array(), cvError = Json::array();
+    const auto number = [](double v) { return std::isfinite(v) ? Json(v) : Json(nullptr); };
+    for (const PruningStep& step : record.steps) {
+        alpha.push_back(step.alpha);
+        leaves.push_back(step.leaves);
+        risk.push_back(step.risk);
+        cvRisk.push_back(number(step.cvRisk));
+        cvError.push_back(number(step.cvError));
+    }
+    Json json = {{"chosen", record.chosen}, {"folds", record.folds}};
+    json["rule"] = record.rule.empty() ? Json(nullptr) : Json(record.rule);
+    json["alpha"] = std::move(alpha);
+    json["leaves"] = std::move(leaves);
+    json["risk"] = std::move(risk);
+    json["cv_risk"] = std::move(cvRisk);
+    json["cv_error"] = std::move(cvError);
+    return json;
+}
+
+PruningRecord readPruning(const Json& json, const std::string& path) {
+    const Reader r(json, path, "pruning");
+    if (!json.is_object()) r.fail("", "should be an object");
+    PruningRecord record;
+    const Json& leaves = r.at("leaves", Json::value_t::array, "a list");
+    const std::uint64_t n = leaves.size();
+    if (n == 0) r.fail("leaves", "is empty");
+    const auto column = [&](const char* key, bool nullable) {
+        const Json& list = r.at(key, Json::value_t::array, "a list");
+        if (list.size() != n) r.fail(key, "should have one entry a subtree, as leaves has");
+        std::vector<double> out;
+        for (const Json& v : list) {
+            if (nullable && v.is_null()) {
+                out.push_back(std::nan(""));
+            } else if (!v.is_number() || !std::isfinite(v.get<double>()) || v.get<double>() < 0) {
+                r.fail(key, "holds " + jsonExcerpt(v) + ", not a finite number of 0 or more");
+            } else {
+                out.push_back(v.get<double>());
+            }
+        }
+        return out;
+    };
+    const std::vector<double> alpha = column("alpha", false), risk = column("risk", false),
+                              cvRisk = column("cv_risk", true), cvError = column("cv_error", true);
+    for (std::uint64_t k = 0; k < n; ++k) {
+        if (!leaves[k].is_number_unsigned() || leaves[k].get<std::uint64_t>() == 0) {
+            r.fail("leaves", "holds " + jsonExcerpt(leaves[k]) + ", not a count of leaves");
+        }
+        record.steps.push_back(
+            {alpha[k], leaves[k].get<std::uint64_t>(), risk[k], cvRisk[k], cvError[k]});
+    }
+    record.chosen = r.at("chosen", Json::value_t::number_unsigned, "a number").get<std::uint64_t>();
+    if (record.chosen >= n) r.fail("chosen", "names no subtree of the sequence");
+    record.folds = r.at("folds", Json::value_t::number_unsigned, "a number").get<std::uint64_t>();
+    if (json.contains("rule") && json["rule"].is_string()) record.rule = json["rule"];
+    return record;
+}
+
 Json modelToJson(const Model& model) {
     Json json = Json::object();
     json["format"] = kFormat;
@@ -150,6 +211,7 @@ Json modelToJson(const Model& model) {
     json["precision"] = model.single ? "single" : "double";
     json["options"] = Json::parse(model.options);
     json["training"] = Json::parse(model.training);
+    if (model.pruning) json["pruning"] = pruningJson(*model.pruning);
     Json outputs = Json::object();
     for (const contract::Argument& output : contract::kOutputs) {
         outputs[std::string(output.name)] =
@@ -228,6 +290,7 @@ Model modelFromJson(const Json& json, const std::string& path) {
         model.missing = grownMissing(json["options"]);
     }
     if (json.contains("training")) model.training = json["training"].dump();
+    if (json.contains("pruning")) model.pruning = readPruning(json["pruning"], path);
     const Json& outputs = top.at("outputs", Json::value_t::object, "an object");
     for (const contract::Argument& output : contract::kOutputs) {
         const std::string name(output.name);

@@ -38,6 +38,8 @@ std::string_view criteria(const DataShape& s) {
 std::string_view nominalMethods(const DataShape&) { return "auto|exact|pull-left|pca|ova"; }
 std::string_view delimiters(const DataShape&) { return ",|;|tab|\\|"; }
 std::string_view encodings(const DataShape&) { return "utf-8|latin1"; }
+std::string_view pruneMethods(const DataShape&) { return "none|cv"; }
+std::string_view pruneRules(const DataShape&) { return "1se|min"; }
 
 constexpr OptionRow kOptions[] = {
     {"response", in::Y, K::Column, "", nullptr, "the last column", 0, nullptr, "", nullptr,
@@ -103,10 +105,22 @@ constexpr OptionRow kOptions[] = {
      "the module's print level; its text goes to standard output"},
     {"single", 0, K::Flag, "", nullptr, "off", 0, nullptr, "", nullptr,
      "grow on single-precision data: predictors, response, weights and costs as float32"},
+    {"alpha", 0, K::Real, "", nullptr, "none: no pruning", 0, none, "", nullptr,
+     "prune the grown tree to the subtree of its cost-complexity sequence for this alpha, the "
+     "risk charged per leaf (0: cut only the splits that do not lower the risk)"},
+    {"prune", 0, K::Keyword, "none", nullptr, "", 0, nullptr, "", pruneMethods,
+     "cv: grow, then prune to the size that k-fold cross-validation of the cost-complexity "
+     "sequence chooses; the model keeps the sequence and its cross-validated risks"},
+    {"folds", 0, K::Count, "10", nullptr, "", 2, none, "", nullptr,
+     "folds of the cross-validation, at most the rows (stratified by class; dealt by --seed, "
+     "or by 1 without it)"},
+    {"rule", 0, K::Keyword, "1se", nullptr, "", 0, nullptr, "", pruneRules,
+     "the size cross-validation chooses: 1se, the smallest tree within one standard error of "
+     "the least cross-validated risk; min, the tree of the least"},
     {"output", 0, K::Path, "", nullptr, "NAME.model.json in the current directory", 0, nullptr, "",
      nullptr, "where to write the model (JSON)"},
     {"quiet", 0, K::Flag, "", nullptr, "off", 0, nullptr, "", nullptr,
-     "print the summary but not the tree"},
+     "print the summary but not the tree, and no progress"},
 };
 
 }  // namespace

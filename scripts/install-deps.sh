@@ -8,7 +8,7 @@ packages=(
   libtbb-dev libboost-dev liblapack64-dev
   libgtest-dev googletest
   pybind11-dev python3-dev python3-numpy python3-pytest python3-sklearn python3-scipy python3-pandas
-  python3-dask python3-distributed
+  python3-dask python3-distributed python3-matplotlib
   python3-pip python3-venv python3-setuptools
   libcli11-dev nlohmann-json3-dev libcsv-dev
   clang libclang-rt-14-dev

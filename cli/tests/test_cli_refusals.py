@@ -156,9 +156,9 @@ REFUSALS = [  # arguments, exit status, what the message says (or the parts of i
           *[(f"tampered{i}.json", f"tampered{i}.json: {m}") for i, (_, m) in enumerate(TAMPERED)],
           *[(f"costs{i}.json", m) for i, (_, m) in enumerate(MODEL_COSTS)]]],
     # Commands.
-    (["frobnicate"], 2, "'frobnicate' is not a command; the commands are fit, show, predict"),
-    ([], 2, "no command given; the commands are fit, show, predict, demo."),
-    (["--frobnicate"], 2, "'--frobnicate' is not an option of arbolin; the commands are fit, show"),
+    (["frobnicate"], 2, "'frobnicate' is not a command; the commands are fit, show, prune, predict"),
+    ([], 2, "no command given; the commands are fit, show, prune, predict, demo."),
+    (["--frobnicate"], 2, "'--frobnicate' is not an option of arbolin; the commands are fit, show, prune"),
 ]
 
 

@@ -5,6 +5,7 @@ host runtime exactly as the host calls it.
     ForestClassifier(**options), ForestRegressor(**options)   forests of them (threads, dask)
     load(path) -> a fitted tree or forest                 (a model or forest file)
     export_text(est), export_graphviz(est)                (as `arbolin show` prints)
+    plot_tree(est, ax=None)                               (with matplotlib)
     fit(data, response=None, **options) -> Model          (as `arbolin fit` does)
     calyx(nout, inputs, *, functions=None, out=None) -> tuple of nout values
 
@@ -49,10 +50,10 @@ _core._bind(HostError, Cell, InvalidParameterError, os.path.dirname(os.path.absp
 from ._core import INPUT_NAMES, OUTPUT_NAMES, Stream, calyx  # noqa: E402
 from .trees import Model, fit  # noqa: E402
 from .estimators import (NotFittedError, TreeClassifier, TreeRegressor,  # noqa: E402
-                         export_graphviz, export_text)
+                         export_graphviz, export_text, plot_tree)
 from .forest import ForestClassifier, ForestRegressor, load  # noqa: E402
 
 __all__ = ["calyx", "Cell", "HostError", "InvalidParameterError", "Stream", "INPUT_NAMES",
            "OUTPUT_NAMES", "fit", "load", "Model", "TreeClassifier", "TreeRegressor",
            "ForestClassifier", "ForestRegressor",
-           "NotFittedError", "export_text", "export_graphviz"]
+           "NotFittedError", "export_text", "export_graphviz", "plot_tree"]

@@ -26,7 +26,7 @@ from .trees import Model, _column, _warn
 
 # Options that fit's arguments and the estimator's class settle.
 _GIVEN_BY_FIT = {"response", "weights", "classification", "regression"}
-_RENAMED = {"seed": "random_state", "single": "precision"}
+_RENAMED = {"seed": "random_state", "single": "precision", "alpha": "ccp_alpha"}
 _PRECISIONS = ("double", "single")
 _MOST_SEED = 2 ** 53
 
@@ -52,6 +52,8 @@ class _Parameter:
             self.default = None
         elif option == "single":
             self.default = "double"
+        elif option == "alpha":
+            self.default = 0.0  # as scikit-learn: no pruning
         elif kind == "flag":
             self.default = False
         elif default is None or kind in ("columns", "tokens", "path"):
@@ -272,6 +274,8 @@ class _Tree:
             elif p.option == "cost":
                 cost = value
                 continue
+            elif p.option == "alpha" and _is_number(value) and value == 0:
+                continue  # 0 keeps the tree as grown
             elif p.kind == "columns" and value is not None:
                 value = _column_names(p.name, value, names)
             if value is not None:
@@ -370,6 +374,28 @@ class _Tree:
             return handle.route_matrix(features.matrix, self._columns)
         return handle.route(self._names, features.columns, [])
 
+    def cost_complexity_pruning_path(self, X, y, sample_weight=None):
+        """The weakest-link sequence of the tree grown on X and y with these
+        parameters (but no pruning): `ccp_alphas`, the least alpha of each
+        subtree, rising, and `impurities`, each subtree's total leaf risk
+        (weights summing to 1). In classification that risk is the
+        misclassification cost (the share of weight misclassified without
+        costs), not the impurity of the criterion; in regression it is the
+        weighted squared error. The last subtree is the root alone; any
+        ccp_alpha from ccp_alphas[i] up to ccp_alphas[i + 1] gives subtree i."""
+        params = dict(self.get_params(), ccp_alpha=0.0, prune="none")
+        grown = type(self)(**params).fit(X, y, sample_weight=sample_weight)
+        path = grown.model_.pruning
+        return _bunch(ccp_alphas=path["alpha"], impurities=path["risk"])
+
+    @property
+    def pruning_(self):
+        """The cost-complexity sequence of the tree as grown, as a dict of
+        arrays (alpha, leaves, risk, and cv_risk and cv_error when prune was
+        "cv", NaN otherwise) with `chosen`, the step the fitted tree is."""
+        self._check_fitted()
+        return self.model_.pruning
+
     @property
     def feature_importances_(self):
         """Each feature's share of the summed gains of the splits made on
@@ -394,6 +420,21 @@ class _Tree:
         `arbolin predict` read, as does arbolin.load."""
         self._check_fitted()
         self.model_.save(path)
+
+
+def _bunch(**fields):
+    """scikit-learn's Bunch when scikit-learn is loaded, else a dict whose
+    keys are attributes too."""
+    bunch = getattr(sys.modules.get("sklearn.utils"), "Bunch", None)
+    return bunch(**fields) if bunch is not None else _Fields(**fields)
+
+
+class _Fields(dict):
+    def __getattr__(self, name):
+        try:
+            return self[name]
+        except KeyError:
+            raise AttributeError(name) from None
 
 
 def _same(a, b):
@@ -624,6 +665,40 @@ def export_text(est):
     depth, with its rule, size and prediction, and how missing values go."""
     est._check_fitted()
     return est.model_._handle.render("text")
+
+
+def plot_tree(est, ax=None, fontsize=8):
+    """Draws the fitted tree (of an estimator or a Model) with matplotlib (imported only here) on `ax`,
+    or on the current axes: a box a node with its number, split, size and
+    prediction, laid out as `arbolin show --format svg` lays it out, "yes"
+    (the split's rule holds) to the left. Returns the axes."""
+    import matplotlib.pyplot as plt
+
+    if isinstance(est, Model):
+        handle = est._handle
+    else:
+        est._check_fitted()
+        handle = est.model_._handle
+    boxes = handle.layout()
+    if ax is None:
+        ax = plt.gca()
+    depth = max(b[1] for b in boxes)
+    for slot, level, lines, leaf, left, right in boxes:
+        if not leaf:
+            for child, word in ((left, "yes"), (right, "no")):
+                cx, cy = boxes[child][0], -boxes[child][1]
+                ax.plot([slot, cx], [-level, cy], color="#777", linewidth=0.8, zorder=1)
+                ax.annotate(word, ((slot + cx) / 2, (-level + cy) / 2), fontsize=fontsize - 1,
+                            ha="center", va="center", color="#555")
+        ax.annotate("\n".join(lines), (slot, -level), fontsize=fontsize, ha="center",
+                    va="center", zorder=2,
+                    bbox=dict(boxstyle="round", fc="#eef4ea" if leaf else "#eaf0f8",
+                              ec="#446"))
+    slots = max(b[0] for b in boxes)
+    ax.set_xlim(-0.6, slots + 0.6)
+    ax.set_ylim(-depth - 0.6, 0.6)
+    ax.set_axis_off()
+    return ax
 
 
 def export_graphviz(est):

@@ -174,6 +174,28 @@ class Model:
         gain, else all 0."""
         return self._handle.importance(bool(surrogates))
 
+    @property
+    def pruning(self):
+        """The cost-complexity sequence of the tree as grown (the one a
+        pruned model keeps, else its own): a dict of arrays alpha, leaves,
+        risk (weights summing to 1; misclassification cost in
+        classification), cv_risk and cv_error (NaN unless cross-validated),
+        and `chosen`, the step this tree is, `folds` and `rule`."""
+        return self._handle.pruning()
+
+    def prune(self, alpha=None, leaves=None):
+        """A new Model of the subtree for `alpha`, or the largest of at most
+        `leaves` leaves, as `arbolin prune` makes it."""
+        if (alpha is None) == (leaves is None):
+            raise TypeError("prune takes alpha or leaves, one of them")
+        path = self.pruning
+        if alpha is not None:
+            step = int(np.searchsorted(path["alpha"], alpha * (1 + 1e-9), side="right")) - 1
+        else:
+            fitting = np.nonzero(path["leaves"] <= leaves)[0]
+            step = int(fitting[0]) if len(fitting) else len(path["leaves"]) - 1
+        return Model(self._handle.pruned(max(step, 0)))
+
     def _nodes(self, data, missing):
         names, columns = _columns(data)
         missing = [missing] if isinstance(missing, str) else list(missing)

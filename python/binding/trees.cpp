@@ -21,6 +21,7 @@
 #include "frontend/importance.hpp"
 #include "frontend/model.hpp"
 #include "frontend/module_call.hpp"
+#include "frontend/pruning.hpp"
 #include "frontend/render.hpp"
 #include "gateway/contract.hpp"
 
@@ -295,6 +296,7 @@ std::pair<PyModel, py::list> fit(const std::vector<std::string>& names, const py
     {
         py::gil_scoped_release release;
         grown = fe::growModel(module, data, settings, std::move(costs));
+        fe::pruneGrown(grown, module, data, settings, 0, nullptr);
     }
     grown.model.training =
         fe::trainingJson({"", data.rows, data.leftOut, grown.seconds, arbolinModulePath()});
@@ -361,6 +363,8 @@ std::string render(const PyModel& m, const std::string& format) {
     std::ostringstream out;
     if (format == "dot") {
         fe::renderDot(out, m.model, m.tree);
+    } else if (format == "svg") {
+        fe::renderSvg(out, m.model, m.tree);
     } else {
         fe::renderText(out, m.model, m.tree);
     }
@@ -405,6 +409,49 @@ py::array_t<double> importance(const PyModel& m, bool surrogates) {
     py::array_t<double> out(static_cast<py::ssize_t>(shares.size()));
     std::copy(shares.begin(), shares.end(), out.mutable_data());
     return out;
+}
+
+// The cost-complexity sequence (kept by a pruned model, else the tree's
+// own) as arrays, with the step the tree is.
+py::dict pruning(const PyModel& m) {
+    const fe::PruningRecord record = fe::pruningRecord(m.model, m.tree);
+    const std::size_t n = record.steps.size();
+    py::array_t<double> alpha(n), risk(n), cvRisk(n), cvError(n);
+    py::array_t<std::int64_t> leaves(n);
+    for (std::size_t k = 0; k < n; ++k) {
+        const fe::PruningStep& step = record.steps[k];
+        alpha.mutable_at(k) = step.alpha;
+        leaves.mutable_at(k) = static_cast<std::int64_t>(step.leaves);
+        risk.mutable_at(k) = step.risk;
+        cvRisk.mutable_at(k) = step.cvRisk;
+        cvError.mutable_at(k) = step.cvError;
+    }
+    py::dict out;
+    out["alpha"] = alpha;
+    out["leaves"] = leaves;
+    out["risk"] = risk;
+    out["cv_risk"] = cvRisk;
+    out["cv_error"] = cvError;
+    out["chosen"] = record.chosen;
+    out["folds"] = record.folds;
+    out["rule"] = record.rule.empty() ? py::object(py::none()) : py::str(record.rule);
+    return out;
+}
+
+// The boxes of a drawing: (slot, depth, lines, leaf, left, right).
+py::list layout(const PyModel& m) {
+    py::list boxes;
+    for (const fe::NodeBox& b : fe::layoutTree(m.model, m.tree)) {
+        boxes.append(py::make_tuple(b.slot, b.depth, b.lines, b.leaf, b.left, b.right));
+    }
+    return boxes;
+}
+
+// The model pruned to a step of its sequence.
+PyModel pruned(const PyModel& m, std::uint64_t step) {
+    fe::Model model = fe::pruneToStep(m.model, m.tree, step);
+    fe::TreeView tree = fe::readTree(model, "the pruned tree");
+    return PyModel{std::move(model), std::move(tree)};
 }
 
 // The rows of the option table that Python takes: keyword, default and help.
@@ -485,6 +532,9 @@ void bindTrees(py::module_& m) {
         .def("route_matrix", &routeMatrix, py::arg("x"), py::arg("columns"))
         .def("render", &render, py::arg("format"))
         .def("importance", &importance, py::arg("surrogates"))
+        .def("pruning", &pruning)
+        .def("layout", &layout)
+        .def("pruned", &pruned, py::arg("step"))
         .def("shape", [](const PyModel& p) {
             const fe::TreeShape shape = fe::treeShape(p.tree);
             return py::make_tuple(shape.nodes, shape.leaves, shape.depth);
