@@ -133,9 +133,9 @@ SplitRows Node<X, Y, W>::findBestSplit(const RowList& rows, NodeOrder<X> order) 
     ScalableVector<std::uint64_t> chosen;
     const ScalableVector<std::uint64_t>* searchList = &sampled;
     if (curvature) {
-        const W bestP = chooseByCurvature(sampled, columns, chosen, CurvatureTests);
+        const W bestP = chooseByCurvature(sampled, columns, chosen, details().CurvatureTests);
         if (interaction && bestP > W(0)) {
-            testInteractions(sampled, columns, bestP, loops, chosen, InteractionTests);
+            testInteractions(sampled, columns, bestP, loops, chosen, details().InteractionTests);
         }
         searchList = &chosen;
     }
@@ -167,8 +167,10 @@ SplitRows Node<X, Y, W>::findBestSplit(const RowList& rows, NodeOrder<X> order) 
     SplitRows result = winner->splitRows(winner->bestSplit);
     CutPoint = winner->cutPoint(winner->bestSplit);
     auto levels = winner->splitLevels(winner->bestSplit);
-    LeftLevels = std::move(levels.first);
-    RightLevels = std::move(levels.second);
+    if (!levels.first.empty() || !levels.second.empty()) {
+        details().LeftLevels = std::move(levels.first);
+        details().RightLevels = std::move(levels.second);
+    }
     CutVar = winnerIndex;
     Gain = best;
 
@@ -199,10 +201,11 @@ SplitRows Node<X, Y, W>::findBestSplit(const RowList& rows, NodeOrder<X> order) 
     {
         // The winner is out of the table while the others imitate it.
         std::unique_ptr<IndexedColumn<X, Y, W>> winnerColumn = std::move(columns[winnerIndex]);
-        surrogates.searchSurrogates(columns, result, sampled, minP, s.SurrogateCount, loops);
+        details().surrogates.searchSurrogates(columns, result, sampled, minP, s.SurrogateCount,
+                                              loops);
         columns[winnerIndex] = std::move(winnerColumn);
     }
-    surrogates.routeMissingRows(unrouted, result, s.x, rowCount);
+    details().surrogates.routeMissingRows(unrouted, result, s.x, rowCount);
     if (!unrouted.empty()) {
         HasUnroutedRows = true;
     }

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <limits>
+#include <memory>
 
 #include "columns/sorted_segments.hpp"
 #include "core/surrogate_set.hpp"
@@ -27,6 +28,44 @@ struct InteractionTest {
     W pValue;
 };
 
+// Owns one object, made on demand, and copies it when copied.
+template <class T>
+class DeepPtr {
+public:
+    DeepPtr() = default;
+    DeepPtr(const DeepPtr& other) : p_(other.p_ ? std::make_unique<T>(*other.p_) : nullptr) {}
+    DeepPtr& operator=(const DeepPtr& other) {
+        if (this != &other) {
+            p_ = other.p_ ? std::make_unique<T>(*other.p_) : nullptr;
+        }
+        return *this;
+    }
+    DeepPtr(DeepPtr&&) noexcept = default;
+    DeepPtr& operator=(DeepPtr&&) noexcept = default;
+
+    T* get() const { return p_.get(); }
+    T& make() {
+        if (!p_) {
+            p_ = std::make_unique<T>();
+        }
+        return *p_;
+    }
+
+private:
+    std::unique_ptr<T> p_;
+};
+
+// What only some nodes have: the levels of a nominal split, test results
+// and surrogates. Held apart, so that the many nodes without them stay small.
+template <class X, class W>
+struct NodeDetails {
+    ScalableVector<X> LeftLevels;
+    ScalableVector<X> RightLevels;
+    ScalableVector<CurvatureTest<W>> CurvatureTests;
+    ScalableVector<InteractionTest<W>> InteractionTests;
+    SurrogateSet<X, W> surrogates;
+};
+
 template <class X, class Y, class W>
 struct Node {
     const TreeSettings<X, Y, W>* settings = nullptr;
@@ -41,15 +80,17 @@ struct Node {
     ScalableVector<Y> ClassCount;
     ScalableVector<W> ClassProb;
     X CutPoint = std::numeric_limits<X>::quiet_NaN();
-    ScalableVector<X> LeftLevels;
-    ScalableVector<X> RightLevels;
     std::int64_t CutVar = -1;
     W NodeRisk = std::numeric_limits<W>::quiet_NaN();
     W Gain = 0;
-    ScalableVector<CurvatureTest<W>> CurvatureTests;
-    ScalableVector<InteractionTest<W>> InteractionTests;
     bool HasUnroutedRows = false;
-    SurrogateSet<X, W> surrogates;
+
+    // The node's details to read: empty lists when it has none.
+    const NodeDetails<X, W>& detail() const {
+        return details_.get() != nullptr ? *details_.get() : noDetails;
+    }
+    // The node's details to fill, made on first use.
+    NodeDetails<X, W>& details() { return details_.make(); }
 
     bool isBranch() const { return leftChild != 0 || rightChild != 0; }
 
@@ -60,16 +101,22 @@ struct Node {
     SplitRows findBestSplit(const RowList& rows, NodeOrder<X> order = {});
     // Withdraws a split found for this node.
     void unsplit();
+
+private:
+    static inline const NodeDetails<X, W> noDetails{};
+    DeepPtr<NodeDetails<X, W>> details_;
 };
 
 template <class X, class Y, class W>
 void Node<X, Y, W>::unsplit() {
     CutPoint = std::numeric_limits<X>::quiet_NaN();
-    ScalableVector<X>().swap(LeftLevels);
-    ScalableVector<X>().swap(RightLevels);
+    if (NodeDetails<X, W>* d = details_.get()) {
+        ScalableVector<X>().swap(d->LeftLevels);
+        ScalableVector<X>().swap(d->RightLevels);
+        d->surrogates.clear();
+    }
     CutVar = -1;
     Gain = 0;
-    surrogates.clear();
 }
 
 }  // namespace arbolin

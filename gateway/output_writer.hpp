@@ -142,7 +142,7 @@ struct OutputMakers {
         [](const TreeT& t) {
             return testCell<W>(
                 t.nodes, count(t), t.settings.CurvatureFlag, 2,
-                [](const NodeT& d) -> const auto& { return d.CurvatureTests; },
+                [](const NodeT& d) -> const auto& { return d.detail().CurvatureTests; },
                 [](const CurvatureTest<W>& c, W* row, std::uint64_t k) {
                     row[0] = static_cast<W>(c.predictor + 1);
                     row[k] = c.pValue;
@@ -153,11 +153,12 @@ struct OutputMakers {
             const std::uint64_t n = count(t);
             OwnedArray cell(cxCreateCellMatrix(n, 2));
             for (std::uint64_t i = 0; i < n; ++i) {
-                if (!t.nodes[i].LeftLevels.empty()) {
-                    cxSetCell(cell.get(), i, rowArray<X>(t.nodes[i].LeftLevels));
+                const auto& node = t.nodes[i].detail();
+                if (!node.LeftLevels.empty()) {
+                    cxSetCell(cell.get(), i, rowArray<X>(node.LeftLevels));
                 }
-                if (!t.nodes[i].RightLevels.empty()) {
-                    cxSetCell(cell.get(), i + n, rowArray<X>(t.nodes[i].RightLevels));
+                if (!node.RightLevels.empty()) {
+                    cxSetCell(cell.get(), i + n, rowArray<X>(node.RightLevels));
                 }
             }
             return cell.release();
@@ -180,7 +181,7 @@ struct OutputMakers {
         [](const TreeT& t) {
             return testCell<W>(
                 t.nodes, count(t), t.settings.InteractionFlag, 3,
-                [](const NodeT& d) -> const auto& { return d.InteractionTests; },
+                [](const NodeT& d) -> const auto& { return d.detail().InteractionTests; },
                 [](const InteractionTest<W>& c, W* row, std::uint64_t k) {
                     row[0] = static_cast<W>(c.first + 1);
                     row[k] = static_cast<W>(c.second + 1);
@@ -222,7 +223,7 @@ struct OutputMakers {
         // or an empty text for a surrogate without levels.
         [](const TreeT& t) {
             return surrogateCell<X>(t.nodes, count(t), surrogatesAsked(t), [](const NodeT& d) {
-                const auto& s = d.surrogates;
+                const auto& s = d.detail().surrogates;
                 const std::uint64_t k = s.size();
                 OwnedArray levels(cxCreateCellMatrix(k == 0 ? 0 : 1, k));
                 for (std::uint64_t j = 0; j < k; ++j) {
@@ -242,20 +243,20 @@ struct OutputMakers {
         // SurrogateDirections.
         [](const TreeT& t) {
             return surrogateCell<double>(t.nodes, count(t), surrogatesAsked(t), [](const NodeT& d) {
-                return rowArray<double>(d.surrogates.directions);
+                return rowArray<double>(d.detail().surrogates.directions);
             });
         },
         // SurrogateCutPoints.
         [](const TreeT& t) {
             return surrogateCell<X>(t.nodes, count(t), surrogatesAsked(t), [](const NodeT& d) {
-                return rowArray<X>(d.surrogates.cutPoints);
+                return rowArray<X>(d.detail().surrogates.cutPoints);
             });
         },
         // SurrogatePredictors.
         [](const TreeT& t) {
             return surrogateCell<double>(t.nodes, count(t), surrogatesAsked(t), [](const NodeT& d) {
                 ScalableVector<double> numbers;
-                for (std::uint64_t p : d.surrogates.predictors) {
+                for (std::uint64_t p : d.detail().surrogates.predictors) {
                     numbers.push_back(oneBased(p));
                 }
                 return rowArray<double>(numbers);
@@ -263,13 +264,14 @@ struct OutputMakers {
         },
         // SurrogateGains.
         [](const TreeT& t) {
-            return surrogateCell<W>(t.nodes, count(t), surrogatesAsked(t),
-                                    [](const NodeT& d) { return rowArray<W>(d.surrogates.gains); });
+            return surrogateCell<W>(t.nodes, count(t), surrogatesAsked(t), [](const NodeT& d) {
+                return rowArray<W>(d.detail().surrogates.gains);
+            });
         },
         // SurrogateAssociations.
         [](const TreeT& t) {
             return surrogateCell<W>(t.nodes, count(t), surrogatesAsked(t), [](const NodeT& d) {
-                return rowArray<W>(d.surrogates.associations);
+                return rowArray<W>(d.detail().surrogates.associations);
             });
         },
     };
