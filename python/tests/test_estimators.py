@@ -163,9 +163,9 @@ def test_held_out_scores_are_on_a_par_with_scikit_learns_tree():
     """bench/accuracy.py prints the full table; three splits of each here."""
     import importlib.util
     path = Path(__file__).resolve().parents[2] / "bench" / "accuracy.py"
-    spec = importlib.util.spec_from_file_location("accuracy", path)
-    accuracy = importlib.util.module_from_spec(spec)
-    spec.loader.exec_module(accuracy)
+    source = importlib.util.spec_from_file_location("accuracy", path)
+    accuracy = importlib.util.module_from_spec(source)
+    source.loader.exec_module(accuracy)
     for name in accuracy.CASES:
         ours, theirs = accuracy.compare(name, 3).mean(0)
         assert ours > theirs - 0.05, name

@@ -95,9 +95,9 @@ def test_a_worker_killed_during_a_fit_changes_nothing(tmp_path, cancer):
 
 
 def load_example():
-    spec = importlib.util.spec_from_file_location("grid_search_on_dask", EXAMPLE)
-    example = importlib.util.module_from_spec(spec)
-    spec.loader.exec_module(example)
+    source = importlib.util.spec_from_file_location("grid_search_on_dask", EXAMPLE)
+    example = importlib.util.module_from_spec(source)
+    source.loader.exec_module(example)
     return example
 
 
