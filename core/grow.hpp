@@ -50,7 +50,7 @@ void Tree<X, Y, W>::grow(const RowList& rows) {
     std::optional<SortedSegments<X>> sorted;
     std::deque<NodeSegment> segments;
     ScalableVector<ResponseWeight<Y, W>> responses;
-    if (MaxSplits > 0 && SortedSegments<X>::fits(settings.rowCount)) {
+    if (settings.keepOrder && MaxSplits > 0 && SortedSegments<X>::fits(settings.rowCount)) {
         sorted.emplace(settings.x, settings.rowCount, settings.predictorCount, rows);
         segments.push_back(sorted->root());
         responses.resize(settings.rowCount);

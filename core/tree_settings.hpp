@@ -27,6 +27,9 @@ struct TreeSettings : GrowthSettings {
     // The caller's share of the root's risk; grow turns it into a risk.
     W RiskTolerance = 0;
     StreamHandle* stream = nullptr;
+    // Keep each predictor's order of rows from the root down; without it,
+    // every node sorts its own rows: the same tree, more slowly.
+    bool keepOrder = true;
     // y and w per row, side by side; null until the tree is grown.
     const ResponseWeight<Y, W>* responses = nullptr;
 };
