@@ -28,7 +28,11 @@ enum class Phase : std::size_t {
 struct LoopConditions {
     bool criterionAllowsParallel = true;
     std::uint64_t verbosity = 0;
+    bool serial = false;  // the node is too small to share out
 };
+
+// Rows times predictors below which a node's loops stay serial.
+inline constexpr std::uint64_t kSmallNodeWork = 16384;
 
 // The rule. A phase runs in parallel when its list holds at least `fewest`
 // predictors and, where its row asks, the print level is 0 (`quiet`) and the
@@ -65,7 +69,7 @@ static_assert(std::size(kParallelRules) == static_cast<std::size_t>(Phase::KeptO
 
 inline bool runsInParallel(Phase phase, const LoopConditions& conditions, std::size_t listed) {
     const ParallelRule& rule = kParallelRules[static_cast<std::size_t>(phase)];
-    return listed >= rule.fewest && (!rule.quiet || conditions.verbosity == 0) &&
+    return !conditions.serial && listed >= rule.fewest && (!rule.quiet || conditions.verbosity == 0) &&
            (!rule.criterion || conditions.criterionAllowsParallel);
 }
 

@@ -107,7 +107,7 @@ public:
             largest = std::max(largest, s.right->size());
         }
         forEachPredictor(Phase::KeptOrder, {}, predictors_, [&](std::uint64_t j) {
-            ScalableVector<Index> scratch(largest);
+            ScalableVector<Index> scratch(largest + 1);
             for (const SegmentSplit& s : splits) {
                 partition(j, s, scratch.data());
             }
@@ -145,33 +145,29 @@ private:
         return entries.size();
     }
 
+    // Without branches on the side, which is as good as random: each row is
+    // written to both places and only its own side's count moves on. The
+    // scratch has room for one row beyond the right child's.
     void partition(std::uint64_t j, const SegmentSplit& s, Index* scratch) {
         Index* rows = order_.data() + length_ * j + s.parent->begin;
-        const std::uint64_t present = s.parent->present[j];
         std::uint64_t left = 0;
         std::uint64_t right = 0;
-        std::uint64_t leftPresent = 0;
-        std::uint64_t rightPresent = 0;
-        for (std::uint64_t i = 0; i < s.parent->size; ++i) {
-            const Index r = rows[i];
-            const unsigned char side = side_[r];
-            if (i == present) {
-                leftPresent = left;
-                rightPresent = right;
+        auto walk = [&](std::uint64_t from, std::uint64_t to) {
+            for (std::uint64_t i = from; i < to; ++i) {
+                const Index r = rows[i];
+                const unsigned char side = side_[r];
+                rows[left] = r;
+                scratch[right] = r;
+                left += side == kLeft ? 1 : 0;
+                right += side == kRight ? 1 : 0;
             }
-            if (side == kLeft) {
-                rows[left++] = r;
-            } else if (side == kRight) {
-                scratch[right++] = r;
-            }
-        }
-        if (present == s.parent->size) {
-            leftPresent = left;
-            rightPresent = right;
-        }
+        };
+        const std::uint64_t present = s.parent->present[j];
+        walk(0, present);
+        s.leftSegment->present[j] = left;
+        s.rightSegment->present[j] = right;
+        walk(present, s.parent->size);
         std::copy(scratch, scratch + right, rows + left);
-        s.leftSegment->present[j] = leftPresent;
-        s.rightSegment->present[j] = rightPresent;
     }
 
     const X* x_;

@@ -40,7 +40,40 @@ inline ScalableVector<std::uint64_t> drawPredictors(std::uint64_t sampleSize, st
 }  // namespace search_detail
 
 template <class X, class Y, class W>
+bool Node<X, Y, W>::worthSearching() const {
+    const TreeSettings<X, Y, W>& s = *settings;
+    // Early exits, in this order. A NaN weight passes the first.
+    if (W(0) >= CorrectedNodeProb) {
+        return false;
+    }
+    if (NodeSize < s.MinParent) {
+        return false;
+    }
+    if (s.classificationCriterion != nullptr) {
+        const auto empty =
+            static_cast<std::uint64_t>(std::count(ClassCount.begin(), ClassCount.end(), Y(0)));
+        return ClassProb.size() - 1 > empty;  // more than one class present
+    }
+    return !(s.RiskTolerance > NodeRisk);
+}
+
+template <class X, class Y, class W>
+ScalableVector<std::uint64_t> Node<X, Y, W>::drawPredictors() const {
+    return search_detail::drawPredictors(settings->SampleSize, settings->predictorCount,
+                                         settings->stream);
+}
+
+template <class X, class Y, class W>
 SplitRows Node<X, Y, W>::findBestSplit(const RowList& rows, NodeOrder<X> order) {
+    if (!worthSearching()) {
+        return {};
+    }
+    return searchPredictors(rows, order, drawPredictors());
+}
+
+template <class X, class Y, class W>
+SplitRows Node<X, Y, W>::searchPredictors(const RowList& rows, NodeOrder<X> order,
+                                          const ScalableVector<std::uint64_t>& sampled) {
     const TreeSettings<X, Y, W>& s = *settings;
     const auto* const classificationCriterion = s.classificationCriterion;
     const auto* const regressionCriterion = s.regressionCriterion;
@@ -48,31 +81,8 @@ SplitRows Node<X, Y, W>::findBestSplit(const RowList& rows, NodeOrder<X> order) 
     const std::uint64_t rowCount = s.rowCount;
     const std::uint64_t MinLeaf = s.MinLeaf;
     const std::uint64_t Verbosity = s.Verbosity;
-    // Early exits, in this order. A NaN weight passes the first.
-    if (W(0) >= CorrectedNodeProb) {
-        return {};
-    }
-    if (NodeSize < s.MinParent) {
-        return {};
-    }
     const std::uint64_t K = ClassProb.size();
-    bool parallelCriterion;
-    if (classificationCriterion != nullptr) {
-        parallelCriterion = classificationCriterion->allowsParallel();
-        const auto empty =
-            static_cast<std::uint64_t>(std::count(ClassCount.begin(), ClassCount.end(), Y(0)));
-        if (K - 1 <= empty) {
-            return {};  // at most one class present
-        }
-    } else {
-        parallelCriterion = regressionCriterion->allowsParallel();
-        if (s.RiskTolerance > NodeRisk) {
-            return {};
-        }
-    }
-
-    const ScalableVector<std::uint64_t> sampled =
-        search_detail::drawPredictors(s.SampleSize, predictorCount, s.stream);
+    const bool parallelCriterion = s.allowsParallel();
 
     const bool curvature = s.CurvatureFlag && sampled.size() >= 2 &&
                            NodeSize >= std::max<std::uint64_t>(K + 1, 2 * MinLeaf);
@@ -81,7 +91,9 @@ SplitRows Node<X, Y, W>::findBestSplit(const RowList& rows, NodeOrder<X> order) 
     RowTable present(predictorCount);
     RowTable missing(predictorCount);
     ScalableVector<char> presorted(predictorCount, 0);
-    const LoopConditions loops{parallelCriterion, Verbosity};
+    LoopConditions loops{parallelCriterion, Verbosity};
+    // A small node's predictors cost less than the tasks that would share them.
+    loops.serial = NodeSize * sampled.size() < kSmallNodeWork;
     ColumnNaNRemover<X> remover{s.x, rowCount, &rows, &present, &missing};
     remover.sorted = order.rows;
     remover.segment = order.segment;

@@ -3,7 +3,11 @@
 
 #include <algorithm>
 #include <deque>
+#include <exception>
 #include <optional>
+
+#include <oneapi/tbb/blocked_range.h>
+#include <oneapi/tbb/parallel_for.h>
 
 #include "core/init_node.hpp"
 #include "core/split_candidate.hpp"
@@ -29,6 +33,69 @@ inline std::uint64_t estimateNodeCount(std::uint64_t n, std::uint64_t minParent,
     }
     const std::uint64_t estimate = (n - minParent) * 2 / 3 / minLeaf;
     return estimate == 0 ? 1 : estimate;
+}
+
+// Searches the nodes of one layer. Each node reads only what the tree
+// shares and writes only itself, so when nothing is printed and the
+// criterion allows it the nodes are searched at once: the stream is drawn
+// in node order first, and of several errors the first node's is raised,
+// as in a pass in node order. A node's row list is released when its
+// search ends.
+template <class X, class Y, class W>
+ScalableVector<SplitRows> Tree<X, Y, W>::searchLayer(std::uint64_t first,
+                                                     ScalableVector<RowList>& rows,
+                                                     ScalableVector<NodeSegment>& segments,
+                                                     const SortedSegments<X>* sorted) {
+    const std::uint64_t count = rows.size();
+    ScalableVector<SplitRows> splits(count);
+    auto orderOf = [&](std::uint64_t k) {
+        return sorted != nullptr ? NodeOrder<X>{sorted, &segments[k]} : NodeOrder<X>{};
+    };
+    const bool together = settings.nodesInParallel && settings.Verbosity == 0 &&
+                          settings.allowsParallel() && count > 1;
+    if (!together) {
+        for (std::uint64_t k = 0; k < count; ++k) {
+            if (settings.Verbosity != 0) {
+                calyxPrintf("    Splitting node %i...\n", first + k);
+            }
+            splits[k] = nodes[first + k].findBestSplit(rows[k], orderOf(k));
+            RowList().swap(rows[k]);
+        }
+        return splits;
+    }
+    ScalableVector<ScalableVector<std::uint64_t>> drawn(count);
+    ScalableVector<char> searched(count, 0);
+    for (std::uint64_t k = 0; k < count; ++k) {
+        if (nodes[first + k].worthSearching()) {
+            searched[k] = 1;
+            drawn[k] = nodes[first + k].drawPredictors();
+        }
+    }
+    ScalableVector<std::exception_ptr> errors(count);
+    tbb::task_group_context context;
+    tbb::parallel_for(
+        tbb::blocked_range<std::uint64_t>(0, count, 1),
+        [&](const tbb::blocked_range<std::uint64_t>& range) {
+            for (std::uint64_t k = range.begin(); k != range.end(); ++k) {
+                if (searched[k] != 0) {
+                    try {
+                        splits[k] = nodes[first + k].searchPredictors(rows[k], orderOf(k),
+                                                                      drawn[k]);
+                    } catch (...) {
+                        errors[k] = std::current_exception();
+                    }
+                }
+                RowList().swap(rows[k]);
+                ScalableVector<std::uint64_t>().swap(drawn[k]);
+            }
+        },
+        context);
+    for (const std::exception_ptr& error : errors) {
+        if (error) {
+            std::rethrow_exception(error);
+        }
+    }
+    return splits;
 }
 
 template <class X, class Y, class W>
@@ -85,26 +152,29 @@ void Tree<X, Y, W>::grow(const RowList& rows) {
             calyxPrintf("\nProcessing layer %i with maximal number of splits %i...\n", layer,
                         layerSize);
         }
-        for (std::uint64_t i = nextNode; i < nextNode + layerSize; ++i) {
-            if (Verbosity != 0) {
-                calyxPrintf("    Splitting node %i...\n", i);
-            }
-            NodeSegment segment;
-            NodeOrder<X> order;
-            if (sorted) {
-                segment = std::move(segments.front());
-                segments.pop_front();
-                order = {&*sorted, &segment};
-            }
-            SplitRows split = nodes[i].findBestSplit(queue.front(), order);
+        ScalableVector<RowList> layerRows(layerSize);
+        ScalableVector<NodeSegment> layerSegments(sorted ? layerSize : 0);
+        for (std::uint64_t k = 0; k < layerSize; ++k) {
+            layerRows[k] = std::move(queue.front());
             queue.pop_front();
+            if (sorted) {
+                layerSegments[k] = std::move(segments.front());
+                segments.pop_front();
+            }
+        }
+        ScalableVector<SplitRows> splits =
+            searchLayer(nextNode, layerRows, layerSegments, sorted ? &*sorted : nullptr);
+        for (std::uint64_t k = 0; k < layerSize; ++k) {
+            SplitRows& split = splits[k];
             // A split with one empty side gives the node no children,
             // whatever its fields say.
             if (!split.left.empty() && !split.right.empty()) {
-                candidates.push_back({foundRows.size(), nodes[i].Gain});
-                foundNodes.push_back(i);
+                candidates.push_back({foundRows.size(), nodes[nextNode + k].Gain});
+                foundNodes.push_back(nextNode + k);
                 foundRows.push_back(std::move(split));
-                foundSegments.push_back(std::move(segment));
+                if (sorted) {
+                    foundSegments.push_back(std::move(layerSegments[k]));
+                }
             }
         }
         const std::uint64_t found = candidates.size();

@@ -1,6 +1,8 @@
-// Whole trees grown with the kept order of rows against trees whose every
-// node sorts its own rows: the two must agree bit for bit, through missing
-// values, ties, a nominal predictor, weights and surrogates.
+// Whole trees grown by different paths must agree bit for bit, through
+// missing values, ties, a nominal predictor, weights and surrogates: the
+// kept order of rows against a sort at every node, and the nodes of a layer
+// searched at once against one after another, with predictors drawn from a
+// stream as well.
 #include <bit>
 #include <cmath>
 #include <random>
@@ -11,7 +13,9 @@
 
 #include "core/find_best_split.hpp"
 #include "core/grow.hpp"
+#include "core/stream_access.hpp"
 #include "criteria/split_criteria_factory.hpp"
+#include "host/numora_host.hpp"
 
 namespace arbolin {
 namespace {
@@ -49,8 +53,14 @@ Data makeData(std::uint64_t n, bool regression) {
 
 using TreeD = Tree<double, double, double>;
 
+struct Paths {
+    bool keepOrder = true;
+    bool nodesInParallel = true;
+    std::uint64_t sampleSize = 0;  // 0: all predictors
+};
+
 std::unique_ptr<TreeD> grow(const Data& data, const Criteria<double, double>& criteria,
-                            std::uint64_t surrogates, bool keepOrder) {
+                            std::uint64_t surrogates, Paths paths) {
     TreeSettings<double, double, double> s;
     s.x = data.x.data();
     s.rowCount = data.n;
@@ -64,14 +74,20 @@ std::unique_ptr<TreeD> grow(const Data& data, const Criteria<double, double>& cr
     s.MinLeaf = 3;
     s.MinParent = 10;
     s.MaxSplits = data.n - 1;
-    s.SampleSize = data.d;
+    s.SampleSize = paths.sampleSize == 0 ? data.d : paths.sampleSize;
     s.SurrogateCount = surrogates;
     s.MaxCat = 10;
-    s.keepOrder = keepOrder;
+    s.keepOrder = paths.keepOrder;
+    s.nodesInParallel = paths.nodesInParallel;
+    // The same seed for every tree, so that they draw the same predictors.
+    const std::uint64_t id = numora::createStream(7);
+    StreamHandle stream = lookUpStream(id);
+    s.stream = &stream;
     auto tree = std::make_unique<TreeD>(s);
     RowList rows(data.n);
     for (std::uint64_t i = 0; i < data.n; ++i) rows[i] = i;
     tree->grow(rows);
+    numora::destroyStream(id);
     return tree;
 }
 
@@ -121,10 +137,36 @@ TEST(KeptOrder, GrowsTheTreeThatSortingAtEveryNodeGrows) {
         const Data data = makeData(2500, regression);
         const auto criteria =
             SplitCriteriaFactory<double, double>::make(c.criterion, nullptr, "", "");
-        const auto kept = grow(data, criteria, c.surrogates, true);
-        const auto sorted = grow(data, criteria, c.surrogates, false);
+        const auto kept = grow(data, criteria, c.surrogates, {});
+        const auto sorted = grow(data, criteria, c.surrogates, {.keepOrder = false});
         EXPECT_GT(kept->nodes.size(), 100u);
         expectSameTrees(*kept, *sorted);
+    }
+}
+
+TEST(LayerSearch, NodesSearchedAtOnceGrowTheTreeOfANodeByNodePass) {
+    struct Case {
+        const char* criterion;
+        std::uint64_t surrogates;
+        std::uint64_t sampleSize;
+    };
+    for (const Case c : {Case{"gini", 0, 0}, Case{"gini", 0, 2}, Case{"deviance", 2, 3},
+                         Case{"mse", 0, 0}, Case{"mse", 3, 2}}) {
+        SCOPED_TRACE(std::string(c.criterion) + " with " + std::to_string(c.surrogates) +
+                     " surrogates, " + std::to_string(c.sampleSize) + " drawn");
+        const bool regression = std::string(c.criterion) == "mse";
+        const Data data = makeData(2500, regression);
+        const auto criteria =
+            SplitCriteriaFactory<double, double>::make(c.criterion, nullptr, "", "");
+        const auto together = grow(data, criteria, c.surrogates, {.sampleSize = c.sampleSize});
+        const auto oneByOne = grow(data, criteria, c.surrogates,
+                                   {.nodesInParallel = false, .sampleSize = c.sampleSize});
+        EXPECT_GT(together->nodes.size(), 100u);
+        expectSameTrees(*together, *oneByOne);
+        // Without the kept order as well.
+        const auto sorted = grow(data, criteria, c.surrogates,
+                                 {.keepOrder = false, .sampleSize = c.sampleSize});
+        expectSameTrees(*together, *sorted);
     }
 }
 

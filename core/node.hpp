@@ -99,6 +99,13 @@ struct Node {
     // Decides whether the node is split and how; both lists are empty for a
     // leaf. `order` gives the node's rows in order of each predictor.
     SplitRows findBestSplit(const RowList& rows, NodeOrder<X> order = {});
+    // findBestSplit in two steps, for a layer whose nodes are searched at
+    // once: whether the node is searched at all, the predictors it draws
+    // from the stream (drawn in node order), and the search over them.
+    bool worthSearching() const;
+    ScalableVector<std::uint64_t> drawPredictors() const;
+    SplitRows searchPredictors(const RowList& rows, NodeOrder<X> order,
+                               const ScalableVector<std::uint64_t>& sampled);
     // Withdraws a split found for this node.
     void unsplit();
 

@@ -27,6 +27,9 @@ public:
 
 private:
     NodeType makePrototype() const;
+    ScalableVector<SplitRows> searchLayer(std::uint64_t first, ScalableVector<RowList>& rows,
+                                          ScalableVector<NodeSegment>& segments,
+                                          const SortedSegments<X>* sorted);
 };
 
 }  // namespace arbolin

@@ -32,6 +32,13 @@ struct TreeSettings : GrowthSettings {
     bool keepOrder = true;
     // y and w per row, side by side; null until the tree is grown.
     const ResponseWeight<Y, W>* responses = nullptr;
+    // Keep the nodes of a layer apart in time; for tests that compare.
+    bool nodesInParallel = true;
+
+    bool allowsParallel() const {
+        return classificationCriterion != nullptr ? classificationCriterion->allowsParallel()
+                                                  : regressionCriterion->allowsParallel();
+    }
 };
 
 }  // namespace arbolin
