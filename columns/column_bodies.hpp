@@ -75,11 +75,11 @@ struct ColumnOperator {
 
     void operator()(std::uint64_t j) const {
         IndexedColumn<X, Y, W>& c = *(*columns)[j];
-        c.holdPresent();
         if (searchNow) {
+            c.lendPresent();
             hostInterruptCheck();
             c.sort();
-            if (!c.nominal_ && c.present_->size() >= 2 * c.minLeaf_) {
+            if (!c.nominal_ && c.presentSize() >= 2 * c.minLeaf_) {
                 c.gatherOrdered();
             }
             c.divide();
@@ -92,6 +92,7 @@ struct ColumnOperator {
             }
             return;
         }
+        c.holdPresent();
         if (curvature && !interaction && !c.nominal_ && !chisq) {
             // The F curvature test needs no order: the column stays
             // unsorted unless it is chosen.

@@ -32,7 +32,7 @@ void IndexedColumn<X, Y, W>::exhaustiveSearch() {
     if (verbosity_ > 2) {
         calyxPrintf("critParent_ = %g\n", static_cast<double>(critParent_));
     }
-    if (2 * minLeaf_ > present_->size()) {
+    if (2 * minLeaf_ > presentSize()) {
         return;
     }
     if (nominal_) {
@@ -54,7 +54,7 @@ void IndexedColumn<X, Y, W>::exhaustiveSearch() {
 
     ClassWeights<W> Ptot(classCount_, W(0));
     const std::uint64_t* rows = present_->data();
-    const std::size_t n = present_->size();
+    const std::size_t n = presentSize();
     if (ordered_) {
         for (std::size_t i = 0; i < n; ++i) {
             const std::uint64_t k = classCriterion_ != nullptr ? classOf(yOrdered_[i]) : 0;

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "columns/column_split.hpp"
+#include "columns/response_source.hpp"
 #include "columns/sorted_segments.hpp"
 #include "columns/value_sort.hpp"
 #include "core/types.hpp"
@@ -48,7 +49,7 @@ struct ColumnSetup {
     // left empty for the column to take from the kept order.
     const SortedSegments<X>* sorted = nullptr;
     const NodeSegment* segment = nullptr;
-    const ResponseWeight<Y, W>* responses = nullptr;  // y and w side by side, if made
+    const ResponseSource<Y, W>* responses = nullptr;  // if the tree made one
     std::uint64_t predictor = 0;
     bool presorted = false;
 };
@@ -97,6 +98,13 @@ public:
     // their rows at once; holdPresent takes it back.
     void releasePresent();
     void holdPresent();
+    // A numeric column searched in one task may instead read its rows in
+    // place in the kept order, never copying them: then present_ stays
+    // empty and presentSize() counts them.
+    void lendPresent();
+    std::uint64_t presentSize() const {
+        return lent_ ? segment_->present[predictor_] : present_->size();
+    }
 
     X valueAt(std::uint64_t position) const {
         return ordered_ ? xOrdered_[position] : x_[(*present_)[position]];
@@ -144,10 +152,11 @@ public:
     std::uint64_t verbosity_;
     const SortedSegments<X>* sortedRows_;
     const NodeSegment* segment_;
-    const ResponseWeight<Y, W>* responses_;
+    const ResponseSource<Y, W>* responses_;
     std::uint64_t predictor_;
     bool presorted_;
     bool presentReleased_;
+    bool lent_ = false;
 };
 
 template <class X, class Y, class W>
@@ -235,22 +244,22 @@ void IndexedColumn<X, Y, W>::sort() {
 
 template <class X, class Y, class W>
 void IndexedColumn<X, Y, W>::gatherOrdered() {
-    const RowList& rows = *present_;
-    const std::size_t n = rows.size();
+    const std::size_t n = presentSize();
     xOrdered_.resize(n);
     yOrdered_.resize(n);
     wOrdered_.resize(n);
+    if (lent_) {
+        responses_->gather(x_, sortedRows_->presentRows(predictor_, *segment_), n,
+                           xOrdered_.data(), yOrdered_.data(), wOrdered_.data());
+        ordered_ = true;
+        return;
+    }
+    const RowList& rows = *present_;
     // Far ahead: each row is a miss in data larger than the caches.
     constexpr std::size_t ahead = 64;
     if (responses_ != nullptr) {
-        for (std::size_t i = 0; i < n; ++i) {
-            prefetchAhead<X, ahead>(x_, rows.data(), i, n);
-            prefetchAhead<ResponseWeight<Y, W>, ahead>(responses_, rows.data(), i, n);
-            const std::uint64_t r = rows[i];
-            xOrdered_[i] = x_[r];
-            yOrdered_[i] = responses_[r].y;
-            wOrdered_[i] = responses_[r].w;
-        }
+        responses_->gather(x_, rows.data(), n, xOrdered_.data(), yOrdered_.data(),
+                           wOrdered_.data());
     } else {
         for (std::size_t i = 0; i < n; ++i) {
             prefetchAhead<X, ahead>(x_, rows.data(), i, n);
@@ -274,7 +283,19 @@ void IndexedColumn<X, Y, W>::releaseOrdered() {
 }
 
 template <class X, class Y, class W>
+void IndexedColumn<X, Y, W>::lendPresent() {
+    lent_ = presentReleased_ && !nominal_ && responses_ != nullptr;
+    if (!lent_) {
+        holdPresent();
+    }
+}
+
+template <class X, class Y, class W>
 void IndexedColumn<X, Y, W>::releasePresent() {
+    if (lent_) {
+        lent_ = false;  // nothing was copied; the kept order still has them
+        return;
+    }
     if (sortedRows_ == nullptr || !sorted_ || present_->size() < 2 * minLeaf_) {
         return;
     }
@@ -296,7 +317,7 @@ void IndexedColumn<X, Y, W>::divide() {
         sort();
     }
     divided_ = true;
-    if (present_->size() < 2 * minLeaf_) {
+    if (presentSize() < 2 * minLeaf_) {
         return;
     }
     if (nominal_) {

@@ -19,7 +19,7 @@ bool isTied(X a, X b) {
 
 template <class X, class Y, class W>
 void IndexedColumn<X, Y, W>::divideNumeric() {
-    const std::uint64_t n = present_->size();
+    const std::uint64_t n = presentSize();
     const std::uint64_t m = minLeaf_;
     auto x = [this](std::uint64_t p) { return valueAt(p); };
     auto y = [this](std::uint64_t p) { return responseAt(p); };

@@ -73,7 +73,11 @@ public:
 
     const NodeSegment& root() const { return root_; }
 
-    // The rows with a value of predictor j in the node, in order.
+    // The rows with a value of predictor j in the node, in order: in place,
+    // or copied.
+    const Index* presentRows(std::uint64_t j, const NodeSegment& segment) const {
+        return order_.data() + length_ * j + segment.begin;
+    }
     void copyPresent(std::uint64_t j, const NodeSegment& segment, RowList& out) const {
         const Index* first = order_.data() + length_ * j + segment.begin;
         out.assign(first, first + segment.present[j]);

@@ -99,7 +99,7 @@ ScalableVector<SplitRows> Tree<X, Y, W>::searchLayer(std::uint64_t first,
 }
 
 template <class X, class Y, class W>
-void Tree<X, Y, W>::grow(const RowList& rows) {
+void Tree<X, Y, W>::grow(RowList rows) {
     if (settings.regressionCriterion != nullptr) {
         settings.RiskTolerance *=
             settings.regressionCriterion->parent(settings.y, settings.w, rows);
@@ -109,22 +109,18 @@ void Tree<X, Y, W>::grow(const RowList& rows) {
     const std::uint64_t estimate =
         estimateNodeCount(rows.size(), settings.MinParent, settings.MinLeaf);
 
-    std::deque<RowList> queue;
-    queue.push_back(rows);
     // The kept order: each predictor sorted once here and partitioned at
     // every split, so that no node sorts. Its queue of node segments runs
     // beside the queue of row lists.
     std::optional<SortedSegments<X>> sorted;
     std::deque<NodeSegment> segments;
-    ScalableVector<ResponseWeight<Y, W>> responses;
+    std::optional<ResponseSource<Y, W>> responses;
     if (settings.keepOrder && MaxSplits > 0 && SortedSegments<X>::fits(settings.rowCount)) {
         sorted.emplace(settings.x, settings.rowCount, settings.predictorCount, rows);
         segments.push_back(sorted->root());
-        responses.resize(settings.rowCount);
-        for (std::uint64_t r = 0; r < settings.rowCount; ++r) {
-            responses[r] = {settings.y[r], settings.w[r]};
-        }
-        settings.responses = responses.data();
+        responses.emplace(settings.y, settings.w, settings.rowCount, rows,
+                          settings.classificationCriterion != nullptr);
+        settings.responses = &*responses;
     }
     NodeType prototype = makePrototype();
     prototype.initNode(rows);
@@ -135,6 +131,8 @@ void Tree<X, Y, W>::grow(const RowList& rows) {
     nodes.clear();
     nodes.reserve(length);
     nodes.push_back(prototype);
+    std::deque<RowList> queue;
+    queue.push_back(std::move(rows));
 
     std::uint64_t layer = 0;
     std::uint64_t nextNode = 0;

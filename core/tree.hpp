@@ -20,7 +20,8 @@ public:
     Tree& operator=(const Tree&) = delete;
 
     // Grows the tree from the root's rows, layer by layer, under MaxSplits.
-    void grow(const RowList& rows);
+    // The root's rows are taken over: they become the root's list.
+    void grow(RowList rows);
 
     TreeSettings<X, Y, W> settings;
     ScalableVector<NodeType> nodes;  // every node counted, once grow returns

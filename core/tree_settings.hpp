@@ -5,6 +5,7 @@
 
 #include <cstdint>
 
+#include "columns/response_source.hpp"
 #include "core/types.hpp"
 #include "criteria/classification_criterion.hpp"
 #include "criteria/regression_criterion.hpp"
@@ -30,8 +31,9 @@ struct TreeSettings : GrowthSettings {
     // Keep each predictor's order of rows from the root down; without it,
     // every node sorts its own rows: the same tree, more slowly.
     bool keepOrder = true;
-    // y and w per row, side by side; null until the tree is grown.
-    const ResponseWeight<Y, W>* responses = nullptr;
+    // Where columns gather responses and weights from; null until the tree
+    // is grown.
+    const ResponseSource<Y, W>* responses = nullptr;
     // Keep the nodes of a layer apart in time; for tests that compare.
     bool nodesInParallel = true;
 

@@ -37,8 +37,8 @@ typename List::value_type sumInOrder(const List& list) {
 
 // Walks through a row list jump through the data arrays: fetch the value
 // of the row some steps ahead of position i (of n).
-template <class T, std::size_t distance = 16>
-inline void prefetchAhead(const T* data, const std::uint64_t* rows, std::size_t i, std::size_t n) {
+template <class T, std::size_t distance = 16, class Index = std::uint64_t>
+inline void prefetchAhead(const T* data, const Index* rows, std::size_t i, std::size_t n) {
     if (i + distance < n) {
         __builtin_prefetch(data + rows[i + distance]);
     }

@@ -20,7 +20,7 @@ struct CanopyArgs : GrowthSettings {
     const void* x = nullptr;
     const void* y = nullptr;
     const void* w = nullptr;
-    const RowList* rows = nullptr;
+    RowList* rows = nullptr;  // the root's rows, handed over to the tree
     const bool* isCat = nullptr;
     const std::string* criterion = nullptr;
     const std::string* parentFunction = nullptr;

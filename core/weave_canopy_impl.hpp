@@ -93,7 +93,7 @@ void weaveCanopy(const CanopyArgs& args) {
     }
 
     Tree<X, Y, W> tree(settings);
-    tree.grow(*args.rows);
+    tree.grow(std::move(*args.rows));
     writeOutputs(tree, args.outputCount, args.outputs);
 }
 

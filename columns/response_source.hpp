@@ -1,0 +1,136 @@
+// Where a column's ordered copies of responses and weights come from. Each
+// copy is gathered through row numbers, a cache miss per row and array read
+// once the data outgrow the caches, so the tree reads as few and as small
+// arrays as its data allow:
+// - when every weight is the same number, the weight is written, not read;
+// - when each class has one response value, a class is read as a two-byte
+//   code, from an array small enough to stay in cache, and looked up;
+// - otherwise response and weight stand side by side, one read for both.
+// Each form gives the copies the very values of the plain arrays.
+#pragma once
+
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+#include <limits>
+
+#include "core/types.hpp"
+
+namespace arbolin {
+
+template <class Y, class W>
+class ResponseSource {
+public:
+    // `rows`: the rows the tree will read, the root's.
+    ResponseSource(const Y* y, const W* w, std::uint64_t rowCount, const RowList& rows,
+                   bool classes)
+        : y_(y), w_(w) {
+        sameWeights_ = !rows.empty();
+        if (sameWeights_) {
+            weight_ = w[rows.front()];
+            for (std::uint64_t r : rows) {
+                if (std::memcmp(&w[r], &weight_, sizeof(W)) != 0) {
+                    sameWeights_ = false;
+                    break;
+                }
+            }
+        }
+        if (classes) {
+            makeCodes(rowCount, rows);
+        }
+        if (!sameWeights_ && codes_.empty()) {
+            pairs_.resize(rowCount);
+            for (std::uint64_t r : rows) {
+                pairs_[r] = {y[r], w[r]};
+            }
+        }
+    }
+
+    ResponseSource(const ResponseSource&) = delete;
+    ResponseSource& operator=(const ResponseSource&) = delete;
+
+    // Copies x, y and w of rows[0..n) into xo, yo and wo, in that order.
+    template <class X, class Index>
+    void gather(const X* x, const Index* rows, std::size_t n, X* xo, Y* yo, W* wo) const {
+        // Far ahead: each row is a miss in data larger than the caches.
+        constexpr std::size_t ahead = 64;
+        if (!codes_.empty()) {
+            const std::uint16_t* codes = codes_.data();
+            const Y* values = classValues_.data();
+            for (std::size_t i = 0; i < n; ++i) {
+                prefetchAhead<X, ahead, Index>(x, rows, i, n);
+                if (!sameWeights_) {
+                    prefetchAhead<W, ahead, Index>(w_, rows, i, n);
+                }
+                const std::uint64_t r = rows[i];
+                xo[i] = x[r];
+                yo[i] = values[codes[r]];
+                wo[i] = sameWeights_ ? weight_ : w_[r];
+            }
+        } else if (sameWeights_) {
+            for (std::size_t i = 0; i < n; ++i) {
+                prefetchAhead<X, ahead, Index>(x, rows, i, n);
+                prefetchAhead<Y, ahead, Index>(y_, rows, i, n);
+                const std::uint64_t r = rows[i];
+                xo[i] = x[r];
+                yo[i] = y_[r];
+                wo[i] = weight_;
+            }
+        } else {
+            const ResponseWeight<Y, W>* pairs = pairs_.data();
+            for (std::size_t i = 0; i < n; ++i) {
+                prefetchAhead<X, ahead, Index>(x, rows, i, n);
+                prefetchAhead<ResponseWeight<Y, W>, ahead, Index>(pairs, rows, i, n);
+                const std::uint64_t r = rows[i];
+                xo[i] = x[r];
+                yo[i] = pairs[r].y;
+                wo[i] = pairs[r].w;
+            }
+        }
+    }
+
+    bool sameWeights() const { return sameWeights_; }
+    bool coded() const { return !codes_.empty(); }
+
+private:
+    // A code per row, the class number of its response, where every row of
+    // a class holds the same bits (a NaN, or -0 beside +0, leaves the plain
+    // arrays in force, so that comparisons of responses stay the same).
+    void makeCodes(std::uint64_t rowCount, const RowList& rows) {
+        constexpr std::uint64_t kMostCodes = std::numeric_limits<std::uint16_t>::max();
+        ScalableVector<std::uint16_t> codes(rowCount, 0);
+        ScalableVector<Y> values;
+        ScalableVector<char> seen;
+        for (std::uint64_t r : rows) {
+            const Y v = y_[r];
+            if (std::isnan(static_cast<double>(v)) || !(v >= Y(0)) ||
+                !(static_cast<double>(v) < static_cast<double>(kMostCodes))) {
+                return;
+            }
+            const std::uint64_t k = classOf(v);
+            if (k >= values.size()) {
+                values.resize(k + 1, Y(0));
+                seen.resize(k + 1, 0);
+            }
+            if (seen[k] == 0) {
+                values[k] = v;
+                seen[k] = 1;
+            } else if (std::memcmp(&values[k], &v, sizeof(Y)) != 0) {
+                return;
+            }
+            codes[r] = static_cast<std::uint16_t>(k);
+        }
+        codes_.swap(codes);
+        classValues_.swap(values);
+    }
+
+    const Y* y_;
+    const W* w_;
+    bool sameWeights_ = false;
+    W weight_ = 0;
+    ScalableVector<std::uint16_t> codes_;
+    ScalableVector<Y> classValues_;
+    ScalableVector<ResponseWeight<Y, W>> pairs_;
+};
+
+}  // namespace arbolin
