@@ -1,0 +1,104 @@
+// Each form a tree may gather responses and weights from must give the
+// copies the very bits of the plain arrays; the compact forms are taken
+// only where that holds.
+#include <bit>
+#include <cmath>
+#include <cstdint>
+#include <numeric>
+#include <random>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "columns/response_source.hpp"
+
+namespace arbolin {
+namespace {
+
+struct Data {
+    std::vector<double> x, y, w;
+};
+
+Data makeData(std::uint64_t n, bool classes, bool sameWeights) {
+    std::mt19937_64 rng(3);
+    std::normal_distribution<double> normal;
+    Data d;
+    for (std::uint64_t i = 0; i < n; ++i) {
+        d.x.push_back(normal(rng));
+        d.y.push_back(classes ? static_cast<double>(rng() % 5) : normal(rng));
+        d.w.push_back(sameWeights ? 0.1 : 0.5 + (rng() % 7));
+    }
+    return d;
+}
+
+// Gathers a shuffled subset through 64- and 32-bit row numbers and checks
+// every copied value bit for bit.
+void expectExactCopies(const Data& d, const ResponseSource<double, double>& source) {
+    const std::uint64_t n = d.x.size();
+    std::vector<std::uint64_t> rows(n / 2);
+    std::iota(rows.begin(), rows.end(), std::uint64_t{n / 4});
+    std::shuffle(rows.begin(), rows.end(), std::mt19937_64(9));
+    const std::vector<std::uint32_t> narrow(rows.begin(), rows.end());
+    std::vector<double> xo(rows.size()), yo(rows.size()), wo(rows.size());
+    for (int pass = 0; pass < 2; ++pass) {
+        if (pass == 0) {
+            source.gather(d.x.data(), rows.data(), rows.size(), xo.data(), yo.data(), wo.data());
+        } else {
+            source.gather(d.x.data(), narrow.data(), rows.size(), xo.data(), yo.data(), wo.data());
+        }
+        for (std::size_t i = 0; i < rows.size(); ++i) {
+            const std::uint64_t r = rows[i];
+            ASSERT_EQ(std::bit_cast<std::uint64_t>(xo[i]), std::bit_cast<std::uint64_t>(d.x[r]));
+            ASSERT_EQ(std::bit_cast<std::uint64_t>(yo[i]), std::bit_cast<std::uint64_t>(d.y[r]));
+            ASSERT_EQ(std::bit_cast<std::uint64_t>(wo[i]), std::bit_cast<std::uint64_t>(d.w[r]));
+        }
+    }
+}
+
+RowList allRows(std::uint64_t n) {
+    RowList rows(n);
+    std::iota(rows.begin(), rows.end(), std::uint64_t{0});
+    return rows;
+}
+
+TEST(ResponseSource, EveryFormCopiesThePlainValues) {
+    struct Case {
+        bool classes;
+        bool sameWeights;
+    };
+    for (const Case c : {Case{true, true}, Case{true, false}, Case{false, true},
+                         Case{false, false}}) {
+        SCOPED_TRACE(std::string(c.classes ? "classes" : "regression") +
+                     (c.sameWeights ? ", one weight" : ", weights vary"));
+        const Data d = makeData(4000, c.classes, c.sameWeights);
+        const ResponseSource<double, double> source(d.y.data(), d.w.data(), 4000, allRows(4000),
+                                                    c.classes);
+        EXPECT_EQ(source.coded(), c.classes);
+        EXPECT_EQ(source.sameWeights(), c.sameWeights);
+        expectExactCopies(d, source);
+    }
+}
+
+// Responses whose comparisons a class code would not keep: -0 beside +0,
+// NaN, a fraction, a negative or a huge value. The plain responses stay.
+TEST(ResponseSource, ClassesThatACodeCannotCarryKeepThePlainArrays) {
+    for (const double odd : {-0.0, std::nan(""), 2.5, -1.0, 1e300}) {
+        SCOPED_TRACE(odd);
+        Data d = makeData(1000, true, true);
+        d.y[0] = 0.0;
+        d.y[500] = odd;
+        const ResponseSource<double, double> source(d.y.data(), d.w.data(), 1000, allRows(1000),
+                                                    true);
+        EXPECT_FALSE(source.coded() && (std::isnan(odd) || std::signbit(odd)));
+        expectExactCopies(d, source);
+    }
+    // A weight differing in its last bit is a different weight.
+    Data d = makeData(1000, true, true);
+    d.w[700] = std::nextafter(d.w[700], 1.0);
+    const ResponseSource<double, double> source(d.y.data(), d.w.data(), 1000, allRows(1000), true);
+    EXPECT_FALSE(source.sameWeights());
+    expectExactCopies(d, source);
+}
+
+}  // namespace
+}  // namespace arbolin
