@@ -1,7 +1,11 @@
 #!/usr/bin/env bash
-# Installs the Debian packages that arbolin builds and tests with.
+# Installs the Debian packages that arbolin builds and tests with; with
+# --peers, also the peers that bench/peers.py measures against (R's rpart
+# and XGBoost), which no test needs.
 # Idempotent: says nothing and touches nothing when all are present.
 set -euo pipefail
+
+peers=(r-cran-rpart python3-xgboost)
 
 packages=(
   build-essential cmake
@@ -13,6 +17,13 @@ packages=(
   libcli11-dev nlohmann-json3-dev libcsv-dev
   clang libclang-rt-14-dev
 )
+
+if [ "${1:-}" = "--peers" ]; then
+  packages+=("${peers[@]}")
+elif [ $# -gt 0 ]; then
+  echo "usage: $0 [--peers]" >&2
+  exit 2
+fi
 
 missing=()
 for p in "${packages[@]}"; do
