@@ -28,9 +28,10 @@ namespace arbolin {
 // or by exception; oneTBB calls it, or copies of it, on any thread.
 //
 // The two points are fixed addresses, not members: a body must reach its
-// point before it reads anything, its own members included. The loops of a
-// kind of body run one at a time, from the host's thread, so one pair
-// serves them all.
+// point before it reads anything, its own members included. One pair serves
+// every loop of a kind of body. Loops of one kind that run at once (the
+// predictor loops of the nodes of a layer) then look more ordered than they
+// are, which can hide a race between them but never reports a false one.
 template <class Body>
 class ForkJoinBody {
 public:

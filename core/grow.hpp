@@ -9,6 +9,7 @@
 #include <oneapi/tbb/blocked_range.h>
 #include <oneapi/tbb/parallel_for.h>
 
+#include "columns/fork_join_order.hpp"
 #include "core/init_node.hpp"
 #include "core/split_candidate.hpp"
 #include "core/tree.hpp"
@@ -72,24 +73,27 @@ ScalableVector<SplitRows> Tree<X, Y, W>::searchLayer(std::uint64_t first,
         }
     }
     ScalableVector<std::exception_ptr> errors(count);
-    tbb::task_group_context context;
-    tbb::parallel_for(
-        tbb::blocked_range<std::uint64_t>(0, count, 1),
-        [&](const tbb::blocked_range<std::uint64_t>& range) {
-            for (std::uint64_t k = range.begin(); k != range.end(); ++k) {
-                if (searched[k] != 0) {
-                    try {
-                        splits[k] = nodes[first + k].searchPredictors(rows[k], orderOf(k),
-                                                                      drawn[k]);
-                    } catch (...) {
-                        errors[k] = std::current_exception();
-                    }
+    const auto searchRange = [&](const tbb::blocked_range<std::uint64_t>& range) {
+        for (std::uint64_t k = range.begin(); k != range.end(); ++k) {
+            if (searched[k] != 0) {
+                try {
+                    splits[k] = nodes[first + k].searchPredictors(rows[k], orderOf(k),
+                                                                  drawn[k]);
+                } catch (...) {
+                    errors[k] = std::current_exception();
                 }
-                RowList().swap(rows[k]);
-                ScalableVector<std::uint64_t>().swap(drawn[k]);
             }
-        },
-        context);
+            RowList().swap(rows[k]);
+            ScalableVector<std::uint64_t>().swap(drawn[k]);
+        }
+    };
+    {
+        // Ends before the errors are read: its end is where the bodies'
+        // writes are told to the thread sanitizer.
+        tbb::task_group_context context;
+        const ForkJoinBody<decltype(searchRange)> told(searchRange);
+        tbb::parallel_for(tbb::blocked_range<std::uint64_t>(0, count, 1), told, context);
+    }
     for (const std::exception_ptr& error : errors) {
         if (error) {
             std::rethrow_exception(error);
