@@ -56,9 +56,10 @@ void IndexedColumn<X, Y, W>::exhaustiveSearch() {
     const std::uint64_t* rows = present_->data();
     const std::size_t n = presentSize();
     if (ordered_) {
+        const W* w = orderedWeights();
         for (std::size_t i = 0; i < n; ++i) {
             const std::uint64_t k = classCriterion_ != nullptr ? classOf(yOrdered_[i]) : 0;
-            Ptot[k] += wOrdered_[i];
+            Ptot[k] += w != nullptr ? w[i] : orderedWeight_;
         }
     } else {
         for (std::size_t i = 0; i < n; ++i) {
@@ -120,14 +121,14 @@ template <class X, class Y, class W>
 W IndexedColumn<X, Y, W>::findNumericSplitWithBestGain(const ClassWeights<W>& Ptot) {
     // Over the copies in order the evaluator reads positions, else rows.
     const Y* y = ordered_ ? yOrdered_.data() : y_;
-    const W* w = ordered_ ? wOrdered_.data() : w_;
+    const W* w = ordered_ ? orderedWeights() : w_;
     std::unique_ptr<SplitCriterionEvaluator<W>> evaluator;
     if (classCriterion_ != nullptr) {
-        evaluator = std::make_unique<ClassificationSplitCriterionEvaluator<Y, W>>(y, w, Ptot,
-                                                                                  classCriterion_);
+        evaluator = std::make_unique<ClassificationSplitCriterionEvaluator<Y, W>>(
+            y, w, Ptot, classCriterion_, orderedWeight_);
     } else if (ordered_) {
-        evaluator =
-            std::make_unique<RegressionSplitCriterionEvaluator<Y, W>>(yOrdered_.size(), y, w);
+        evaluator = std::make_unique<RegressionSplitCriterionEvaluator<Y, W>>(
+            yOrdered_.size(), y, w, orderedWeight_);
     } else {
         evaluator = std::make_unique<RegressionSplitCriterionEvaluator<Y, W>>(*present_, y, w);
     }

@@ -88,9 +88,10 @@ public:
     std::pair<ScalableVector<X>, ScalableVector<X>> splitLevels(
         const ColumnSplit<X, W>& split) const;
 
-    // Copies the values, responses and weights of present_ in its order,
-    // for scans that read them in sequence; releaseOrdered gives them back.
-    // Held only by a task that divides and searches the column at once.
+    // Copies the responses and weights of present_ in its order, for scans
+    // that read them in sequence; releaseOrdered gives them back. Held only
+    // by a task that divides and searches the column at once. Values are
+    // not copied: the division walk reads each once, through its row.
     void gatherOrdered();
     void releaseOrdered();
     // A sorted present_ that the kept order can give again is let go
@@ -107,11 +108,13 @@ public:
     }
 
     X valueAt(std::uint64_t position) const {
-        return ordered_ ? xOrdered_[position] : x_[(*present_)[position]];
+        return lent_ ? x_[lentRows_[position]] : x_[(*present_)[position]];
     }
     Y responseAt(std::uint64_t position) const {
         return ordered_ ? yOrdered_[position] : y_[(*present_)[position]];
     }
+    // The weights in order, or null when every one is orderedWeight_.
+    W* orderedWeights() { return wOrdered_.empty() ? nullptr : wOrdered_.data(); }
 
     bool sorted_ = false;
     bool divided_ = false;
@@ -128,9 +131,9 @@ public:
     RowList sortedMissing_;
     ScalableVector<std::uint64_t> divisions_;
     bool ordered_ = false;
-    ScalableVector<X> xOrdered_;
-    ScalableVector<Y> yOrdered_;
-    ScalableVector<W> wOrdered_;
+    PooledVector<Y> yOrdered_;
+    PooledVector<W> wOrdered_;
+    W orderedWeight_ = 0;
     LevelTables<X, W> levels;
     std::uint64_t classCount_;
     const ScalableVector<W>* nodeClassProb_;
@@ -157,6 +160,7 @@ public:
     bool presorted_;
     bool presentReleased_;
     bool lent_ = false;
+    const std::uint32_t* lentRows_ = nullptr;  // while lent_
 };
 
 template <class X, class Y, class W>
@@ -245,12 +249,16 @@ void IndexedColumn<X, Y, W>::sort() {
 template <class X, class Y, class W>
 void IndexedColumn<X, Y, W>::gatherOrdered() {
     const std::size_t n = presentSize();
-    xOrdered_.resize(n);
     yOrdered_.resize(n);
-    wOrdered_.resize(n);
+    // One weight for all is not copied: wOrdered_ stays empty.
+    const bool copyWeights = responses_ == nullptr || !responses_->sameWeights();
+    if (copyWeights) {
+        wOrdered_.resize(n);
+    } else {
+        orderedWeight_ = responses_->weight();
+    }
     if (lent_) {
-        responses_->gather(x_, sortedRows_->presentRows(predictor_, *segment_), n,
-                           xOrdered_.data(), yOrdered_.data(), wOrdered_.data());
+        responses_->gather(lentRows_, n, yOrdered_.data(), orderedWeights());
         ordered_ = true;
         return;
     }
@@ -258,15 +266,12 @@ void IndexedColumn<X, Y, W>::gatherOrdered() {
     // Far ahead: each row is a miss in data larger than the caches.
     constexpr std::size_t ahead = 64;
     if (responses_ != nullptr) {
-        responses_->gather(x_, rows.data(), n, xOrdered_.data(), yOrdered_.data(),
-                           wOrdered_.data());
+        responses_->gather(rows.data(), n, yOrdered_.data(), orderedWeights());
     } else {
         for (std::size_t i = 0; i < n; ++i) {
-            prefetchAhead<X, ahead>(x_, rows.data(), i, n);
             prefetchAhead<Y, ahead>(y_, rows.data(), i, n);
             prefetchAhead<W, ahead>(w_, rows.data(), i, n);
             const std::uint64_t r = rows[i];
-            xOrdered_[i] = x_[r];
             yOrdered_[i] = y_[r];
             wOrdered_[i] = w_[r];
         }
@@ -277,15 +282,16 @@ void IndexedColumn<X, Y, W>::gatherOrdered() {
 template <class X, class Y, class W>
 void IndexedColumn<X, Y, W>::releaseOrdered() {
     ordered_ = false;
-    ScalableVector<X>().swap(xOrdered_);
-    ScalableVector<Y>().swap(yOrdered_);
-    ScalableVector<W>().swap(wOrdered_);
+    PooledVector<Y>().swap(yOrdered_);
+    PooledVector<W>().swap(wOrdered_);
 }
 
 template <class X, class Y, class W>
 void IndexedColumn<X, Y, W>::lendPresent() {
     lent_ = presentReleased_ && !nominal_ && responses_ != nullptr;
-    if (!lent_) {
+    if (lent_) {
+        lentRows_ = sortedRows_->presentRows(predictor_, *segment_);
+    } else {
         holdPresent();
     }
 }

@@ -76,14 +76,22 @@ void IndexedColumn<X, Y, W>::divideNumeric() {
     }
 
     // Middle: a cut at each response change; inside a run of tied values
-    // the cut goes below the run, or waits for the run's end.
+    // the cut goes below the run, or waits for the run's end. Each value is
+    // read once, through its row, far ahead of its use: a miss per row in
+    // data larger than the caches.
     bool pending = false;
-    const std::uint64_t* rows = present_->data();
+    const std::uint64_t* rows = lent_ ? nullptr : present_->data();
+    constexpr std::size_t ahead = 64;
+    X xi = i != n - m ? x(i) : X(0);
     while (i != n - m) {
         const std::uint64_t next = i + 1;
-        if (!ordered_) {
-            prefetchAhead(y_, rows, next, n);
-            prefetchAhead(x_, rows, next, n);
+        if (lent_) {
+            prefetchAhead<X, ahead, std::uint32_t>(x_, lentRows_, next, n);
+        } else {
+            prefetchAhead<X, ahead>(x_, rows, next, n);
+            if (!ordered_) {
+                prefetchAhead(y_, rows, next, n);
+            }
         }
         if (verbosity_ > 3) {
             calyxPrintf("  i-1=%i  i0=%i  i+1=%i  x-1=%g  x0=%g  x+1=%g  y=%g  y+1=%g  Ndiv=%i\n",
@@ -91,7 +99,6 @@ void IndexedColumn<X, Y, W>::divideNumeric() {
                         static_cast<double>(shownLow), static_cast<double>(shownHigh),
                         static_cast<double>(y(i)), static_cast<double>(y(next)), divisions_.size());
         }
-        const X xi = x(i);
         const X xn = x(next);
         shownLow = xi;
         shownHigh = xn;
@@ -101,6 +108,7 @@ void IndexedColumn<X, Y, W>::divideNumeric() {
                 anchor = i;
             }
             i = next;
+            xi = xn;
             continue;
         }
         std::uint64_t division;
@@ -111,6 +119,7 @@ void IndexedColumn<X, Y, W>::divideNumeric() {
         } else {
             pending = true;
             i = next;
+            xi = xn;
             continue;
         }
         divisions_.push_back(division);
@@ -118,6 +127,7 @@ void IndexedColumn<X, Y, W>::divideNumeric() {
         anchorX = xn;
         pending = false;
         i = next;
+        xi = xn;
     }
 
     // Last block: a change there gets the highest legal cut, mirrored from

@@ -49,50 +49,63 @@ public:
     ResponseSource(const ResponseSource&) = delete;
     ResponseSource& operator=(const ResponseSource&) = delete;
 
-    // Copies x, y and w of rows[0..n) into xo, yo and wo, in that order.
-    template <class X, class Index>
-    void gather(const X* x, const Index* rows, std::size_t n, X* xo, Y* yo, W* wo) const {
+    // Copies y and w of rows[0..n) into yo and wo, in that order; with the
+    // same weight everywhere, wo may be null and is not written.
+    template <class Index>
+    void gather(const Index* rows, std::size_t n, Y* yo, W* wo) const {
+        if (wo == nullptr) {
+            gatherInto<false>(rows, n, yo, wo);
+        } else {
+            gatherInto<true>(rows, n, yo, wo);
+        }
+    }
+
+    bool sameWeights() const { return sameWeights_; }
+    // The weight of every row, when sameWeights().
+    W weight() const { return weight_; }
+    bool coded() const { return !codes_.empty(); }
+
+private:
+    template <bool WriteWeights, class Index>
+    void gatherInto(const Index* rows, std::size_t n, Y* yo, W* wo) const {
         // Far ahead: each row is a miss in data larger than the caches.
         constexpr std::size_t ahead = 64;
         if (!codes_.empty()) {
             const std::uint16_t* codes = codes_.data();
             const Y* values = classValues_.data();
             for (std::size_t i = 0; i < n; ++i) {
-                prefetchAhead<X, ahead, Index>(x, rows, i, n);
+                prefetchAhead<std::uint16_t, ahead, Index>(codes, rows, i, n);
                 if (!sameWeights_) {
                     prefetchAhead<W, ahead, Index>(w_, rows, i, n);
                 }
                 const std::uint64_t r = rows[i];
-                xo[i] = x[r];
                 yo[i] = values[codes[r]];
-                wo[i] = sameWeights_ ? weight_ : w_[r];
+                if constexpr (WriteWeights) {
+                    wo[i] = sameWeights_ ? weight_ : w_[r];
+                }
             }
         } else if (sameWeights_) {
             for (std::size_t i = 0; i < n; ++i) {
-                prefetchAhead<X, ahead, Index>(x, rows, i, n);
                 prefetchAhead<Y, ahead, Index>(y_, rows, i, n);
                 const std::uint64_t r = rows[i];
-                xo[i] = x[r];
                 yo[i] = y_[r];
-                wo[i] = weight_;
+                if constexpr (WriteWeights) {
+                    wo[i] = weight_;
+                }
             }
         } else {
             const ResponseWeight<Y, W>* pairs = pairs_.data();
             for (std::size_t i = 0; i < n; ++i) {
-                prefetchAhead<X, ahead, Index>(x, rows, i, n);
                 prefetchAhead<ResponseWeight<Y, W>, ahead, Index>(pairs, rows, i, n);
                 const std::uint64_t r = rows[i];
-                xo[i] = x[r];
                 yo[i] = pairs[r].y;
-                wo[i] = pairs[r].w;
+                if constexpr (WriteWeights) {
+                    wo[i] = pairs[r].w;
+                }
             }
         }
     }
 
-    bool sameWeights() const { return sameWeights_; }
-    bool coded() const { return !codes_.empty(); }
-
-private:
     // A code per row, the class number of its response, where every row of
     // a class holds the same bits (a NaN, or -0 beside +0, leaves the plain
     // arrays in force, so that comparisons of responses stay the same).

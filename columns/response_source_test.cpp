@@ -16,7 +16,7 @@ namespace arbolin {
 namespace {
 
 struct Data {
-    std::vector<double> x, y, w;
+    std::vector<double> y, w;
 };
 
 Data makeData(std::uint64_t n, bool classes, bool sameWeights) {
@@ -24,7 +24,6 @@ Data makeData(std::uint64_t n, bool classes, bool sameWeights) {
     std::normal_distribution<double> normal;
     Data d;
     for (std::uint64_t i = 0; i < n; ++i) {
-        d.x.push_back(normal(rng));
         d.y.push_back(classes ? static_cast<double>(rng() % 5) : normal(rng));
         d.w.push_back(sameWeights ? 0.1 : 0.5 + (rng() % 7));
     }
@@ -32,25 +31,29 @@ Data makeData(std::uint64_t n, bool classes, bool sameWeights) {
 }
 
 // Gathers a shuffled subset through 64- and 32-bit row numbers and checks
-// every copied value bit for bit.
+// every copied value bit for bit; with one weight for all, also without
+// copying weights, where weight() must be that weight.
 void expectExactCopies(const Data& d, const ResponseSource<double, double>& source) {
-    const std::uint64_t n = d.x.size();
+    const std::uint64_t n = d.y.size();
     std::vector<std::uint64_t> rows(n / 2);
     std::iota(rows.begin(), rows.end(), std::uint64_t{n / 4});
     std::shuffle(rows.begin(), rows.end(), std::mt19937_64(9));
     const std::vector<std::uint32_t> narrow(rows.begin(), rows.end());
-    std::vector<double> xo(rows.size()), yo(rows.size()), wo(rows.size());
-    for (int pass = 0; pass < 2; ++pass) {
-        if (pass == 0) {
-            source.gather(d.x.data(), rows.data(), rows.size(), xo.data(), yo.data(), wo.data());
+    for (int pass = 0; pass < 4; ++pass) {
+        const bool weights = pass < 2;
+        if (!weights && !source.sameWeights()) break;
+        std::vector<double> yo(rows.size()), wo(rows.size(), -1.0);
+        double* w = weights ? wo.data() : nullptr;
+        if (pass % 2 == 0) {
+            source.gather(rows.data(), rows.size(), yo.data(), w);
         } else {
-            source.gather(d.x.data(), narrow.data(), rows.size(), xo.data(), yo.data(), wo.data());
+            source.gather(narrow.data(), rows.size(), yo.data(), w);
         }
         for (std::size_t i = 0; i < rows.size(); ++i) {
             const std::uint64_t r = rows[i];
-            ASSERT_EQ(std::bit_cast<std::uint64_t>(xo[i]), std::bit_cast<std::uint64_t>(d.x[r]));
             ASSERT_EQ(std::bit_cast<std::uint64_t>(yo[i]), std::bit_cast<std::uint64_t>(d.y[r]));
-            ASSERT_EQ(std::bit_cast<std::uint64_t>(wo[i]), std::bit_cast<std::uint64_t>(d.w[r]));
+            const double got = weights ? wo[i] : source.weight();
+            ASSERT_EQ(std::bit_cast<std::uint64_t>(got), std::bit_cast<std::uint64_t>(d.w[r]));
         }
     }
 }

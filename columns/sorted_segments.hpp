@@ -2,14 +2,19 @@
 // root sorts each predictor once; when nodes split, each predictor's
 // segment of a parent is partitioned stably into its children's segments.
 // A stable partition of an order is an order, so no node sorts again, and
-// the order is the one a sort by value, then row number, would give.
+// the order is the one a sort by value, then row number, would give. The
+// children's segments are packed at the front of each predictor's stretch,
+// so that the rows of leaves fall behind them and their pages are given
+// back as the tree deepens.
 #pragma once
 
 #include <algorithm>
 #include <cstdint>
 #include <limits>
 #include <numeric>
+#include <stdexcept>
 
+#include "columns/page_array.hpp"
 #include "columns/predictor_loops.hpp"
 #include "columns/remove_nan.hpp"
 #include "columns/value_sort.hpp"
@@ -28,7 +33,8 @@ struct NodeSegment {
 };
 
 // One split of a layer: the parent's segment and the children's rows in,
-// the children's segments out.
+// the children's segments out. The splits of a layer come in the order of
+// their parents' segments.
 struct SegmentSplit {
     const NodeSegment* parent = nullptr;
     const RowList* left = nullptr;
@@ -53,6 +59,8 @@ public:
           rowCount_(rowCount),
           length_(rootRows.size()),
           order_(length_ * predictorCount),
+          live_(length_),
+          releasedLive_(length_),
           side_(rowCount),
           predictors_(predictorCount) {
         std::iota(predictors_.begin(), predictors_.end(), std::uint64_t{0});
@@ -66,6 +74,11 @@ public:
             hostInterruptCheck();
             root_.present[j] = sortPredictor(j, byRow);
         });
+        // Each thread's sort buffers, reused from predictor to predictor,
+        // are not needed again: a large fit gives them back at once.
+        if (length_ * predictorCount >= (std::uint64_t{1} << 22)) {
+            scalable_allocation_command(TBBMALLOC_CLEAN_ALL_BUFFERS, nullptr);
+        }
     }
 
     SortedSegments(const SortedSegments&) = delete;
@@ -85,13 +98,17 @@ public:
 
     // Partitions every predictor's segment of each parent into the
     // children's segments: left rows, then right rows, each in the order
-    // they had; rows in neither child are dropped.
+    // they had; rows in neither child are dropped. The segments of nodes
+    // that are not split are given up.
     void split(const ScalableVector<SegmentSplit>& splits) {
-        if (splits.empty()) {
-            return;
-        }
+        // Children are packed from the front: no child begins after its
+        // parent, so each parent is read before anything is written over it.
+        std::uint64_t packed = 0;
         std::uint64_t largest = 0;
         for (const SegmentSplit& s : splits) {
+            if (s.parent->begin < packed) {
+                throw std::logic_error("kept order: splits out of the order of their segments");
+            }
             const Index* rows = order_.data() + s.parent->begin;
             for (std::uint64_t i = 0; i < s.parent->size; ++i) {
                 side_[rows[i]] = kNeither;
@@ -102,21 +119,35 @@ public:
             for (std::uint64_t r : *s.right) {
                 side_[r] = kRight;
             }
-            s.leftSegment->begin = s.parent->begin;
+            s.leftSegment->begin = packed;
             s.leftSegment->size = s.left->size();
-            s.rightSegment->begin = s.parent->begin + s.left->size();
+            s.rightSegment->begin = packed + s.left->size();
             s.rightSegment->size = s.right->size();
+            packed += s.left->size() + s.right->size();
             s.leftSegment->present.assign(predictors_.size(), 0);
             s.rightSegment->present.assign(predictors_.size(), 0);
             largest = std::max(largest, s.right->size());
         }
+        // Behind the packed children lies nothing that will be read again;
+        // its pages go back once enough of them have come free.
+        const bool release = releasedLive_ - packed >= std::max<std::uint64_t>(length_ / 32, 16384);
         forEachPredictor(Phase::KeptOrder, {}, predictors_, [&](std::uint64_t j) {
             ScalableVector<Index> scratch(largest + 1);
             for (const SegmentSplit& s : splits) {
                 partition(j, s, scratch.data());
             }
+            if (release) {
+                order_.release(length_ * j + packed, length_ * (j + 1));
+            }
         });
+        live_ = packed;
+        if (release) {
+            releasedLive_ = packed;
+        }
     }
+
+    // Entries per predictor in the segments of the last split's children.
+    std::uint64_t liveSize() const { return live_; }
 
 private:
     static constexpr unsigned char kLeft = 0;
@@ -130,7 +161,7 @@ private:
         using Key = decltype(sortableKey(X{}));
         const X* x = x_ + rowCount_ * j;
         Index* out = order_.data() + length_ * j;
-        ScalableVector<KeyedRow<Key, Index>> entries;
+        PooledVector<KeyedRow<Key, Index>> entries;
         entries.reserve(length_);
         std::uint64_t back = length_;
         for (Index r : byRow) {
@@ -141,7 +172,7 @@ private:
                 entries.push_back({sortableKey(v), r});
             }
         }
-        ScalableVector<KeyedRow<Key, Index>> scratch;
+        PooledVector<KeyedRow<Key, Index>> scratch;
         radixSort<11>(entries, scratch);
         for (std::uint64_t i = 0; i < entries.size(); ++i) {
             out[i] = entries[i].row;
@@ -152,15 +183,18 @@ private:
     // Without branches on the side, which is as good as random: each row is
     // written to both places and only its own side's count moves on. The
     // scratch has room for one row beyond the right child's.
+    // The left child may begin before the parent: each write lands at or
+    // before the entry just read.
     void partition(std::uint64_t j, const SegmentSplit& s, Index* scratch) {
-        Index* rows = order_.data() + length_ * j + s.parent->begin;
+        const Index* rows = order_.data() + length_ * j + s.parent->begin;
+        Index* out = order_.data() + length_ * j + s.leftSegment->begin;
         std::uint64_t left = 0;
         std::uint64_t right = 0;
         auto walk = [&](std::uint64_t from, std::uint64_t to) {
             for (std::uint64_t i = from; i < to; ++i) {
                 const Index r = rows[i];
                 const unsigned char side = side_[r];
-                rows[left] = r;
+                out[left] = r;
                 scratch[right] = r;
                 left += side == kLeft ? 1 : 0;
                 right += side == kRight ? 1 : 0;
@@ -171,13 +205,15 @@ private:
         s.leftSegment->present[j] = left;
         s.rightSegment->present[j] = right;
         walk(present, s.parent->size);
-        std::copy(scratch, scratch + right, rows + left);
+        std::copy(scratch, scratch + right, out + left);
     }
 
     const X* x_;
     std::uint64_t rowCount_;
     std::uint64_t length_;  // entries per predictor: the root's rows
-    ScalableVector<Index> order_;
+    PageArray<Index> order_;
+    std::uint64_t live_;
+    std::uint64_t releasedLive_;  // live_ at the last release
     ScalableVector<unsigned char> side_;  // per row, during a split
     ScalableVector<std::uint64_t> predictors_;
     NodeSegment root_;

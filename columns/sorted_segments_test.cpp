@@ -71,9 +71,13 @@ void checkChainsOfSplits(std::uint64_t n, std::uint64_t d, std::uint64_t seed) {
         }
         // Each node sends its rows left, right or nowhere (rows that no
         // surrogate routes), in any order, as the search would list them.
+        // Some nodes stay leaves: the children behind them move forward
+        // over their segments.
         std::vector<Open> next(2 * layer.size());
         ScalableVector<SegmentSplit> splits;
+        std::uint64_t kept = 0;
         for (std::size_t k = 0; k < layer.size(); ++k) {
+            if (depth > 0 && rng() % 3 == 0) continue;
             for (std::uint64_t r : layer[k].rows) {
                 const auto side = rng() % 9;
                 if (side < 4)
@@ -84,8 +88,10 @@ void checkChainsOfSplits(std::uint64_t n, std::uint64_t d, std::uint64_t seed) {
             std::shuffle(next[2 * k].rows.begin(), next[2 * k].rows.end(), rng);
             splits.push_back({&layer[k].segment, &next[2 * k].rows, &next[2 * k + 1].rows,
                               &next[2 * k].segment, &next[2 * k + 1].segment});
+            kept += next[2 * k].rows.size() + next[2 * k + 1].rows.size();
         }
         sorted.split(splits);
+        ASSERT_EQ(sorted.liveSize(), kept);
         std::erase_if(next, [](const Open& o) { return o.rows.size() < 2; });
         layer = std::move(next);
     }
@@ -95,6 +101,8 @@ TEST(SortedSegments, EveryNodeSeesItsRowsInOrderOfValueThenRow) {
     checkChainsOfSplits<double>(3000, 3, 1);
     checkChainsOfSplits<float>(3000, 2, 2);
     checkChainsOfSplits<double>(17, 2, 3);  // below the radix sort's sizes too
+    // Enough rows that the pages of leaves' segments are given back.
+    checkChainsOfSplits<double>(60000, 3, 4);
 }
 
 TEST(SortedSegments, EmptyRootAndAllMissing) {

@@ -37,8 +37,8 @@ struct __attribute__((packed)) KeyedRow {
 // digits that every key shares (the high bits of values of one magnitude).
 // Stable: entries of equal key keep their order.
 template <int bits, class Key, class Index>
-void radixSort(ScalableVector<KeyedRow<Key, Index>>& entries,
-               ScalableVector<KeyedRow<Key, Index>>& scratch) {
+void radixSort(PooledVector<KeyedRow<Key, Index>>& entries,
+               PooledVector<KeyedRow<Key, Index>>& scratch) {
     constexpr int digits = (sizeof(Key) * 8 + bits - 1) / bits;
     constexpr Key mask = (Key{1} << bits) - 1;
     std::vector<std::array<std::uint64_t, 1 << bits>> counts(digits);

@@ -8,12 +8,20 @@
 
 #include <oneapi/tbb/scalable_allocator.h>
 
+#include "core/tree_allocator.hpp"
+
 namespace arbolin {
 
-// Row lists and class vectors come from the scalable allocator: many
-// threads allocate them at once.
+// Row lists and class vectors come from the tree's allocator: many threads
+// allocate them at once, and large ones go back to the system when freed.
 template <class T>
-using ScalableVector = std::vector<T, tbb::scalable_allocator<T>>;
+using ScalableVector = std::vector<T, TreeAllocator<T>>;
+
+// Scratch that tasks take and give back again and again, however large:
+// the scalable allocator keeps it for the next task, where a mapping of
+// its own would be faulted in afresh each time.
+template <class T>
+using PooledVector = std::vector<T, tbb::scalable_allocator<T>>;
 
 // 0-based row numbers of X.
 using RowList = ScalableVector<std::uint64_t>;

@@ -53,7 +53,7 @@ public:
     // Not forwarded: a wrapped custom criterion reports true.
     bool allowsParallel() const override { return true; }
 
-    const std::vector<W, tbb::scalable_allocator<W>>& factors() const { return factors_; }
+    const ScalableVector<W>& factors() const { return factors_; }
 
 private:
     std::unique_ptr<ClassificationSplitCriterion<Y, W>> inner_;

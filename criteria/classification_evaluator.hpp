@@ -11,11 +11,13 @@ template <class Y, class W>
 class ClassificationSplitCriterionEvaluator final : public SplitCriterionEvaluator<W> {
 public:
     // From the class totals of the set (the column search): the totals are
-    // corrected once here.
+    // corrected once here. Positions in order without `w` all weigh `weight`.
     ClassificationSplitCriterionEvaluator(const Y* y, const W* w, const ClassWeights<W>& totals,
-                                          const ClassificationSplitCriterion<Y, W>* criterion)
+                                          const ClassificationSplitCriterion<Y, W>* criterion,
+                                          W weight = 0)
         : y_(y),
           w_(w),
+          weight_(weight),
           below_(totals.size(), W(0)),
           totals_(totals.size(), W(0)),
           criterion_(criterion),
@@ -61,8 +63,15 @@ public:
     }
 
     void advanceOrdered(std::size_t first, std::size_t last) override {
-        for (std::size_t i = first; i < last; ++i) {
-            below_[classOf(y_[i])] += w_[i];
+        W* below = below_.data();
+        if (w_ == nullptr) {
+            for (std::size_t i = first; i < last; ++i) {
+                below[classOf(y_[i])] += weight_;
+            }
+        } else {
+            for (std::size_t i = first; i < last; ++i) {
+                below[classOf(y_[i])] += w_[i];
+            }
         }
     }
 
@@ -98,6 +107,7 @@ public:
 private:
     const Y* y_;
     const W* w_;
+    W weight_ = 0;
     ClassWeights<W> below_;   // raw
     ClassWeights<W> totals_;  // corrected
     const ClassificationSplitCriterion<Y, W>* criterion_;

@@ -27,18 +27,10 @@ public:
     }
 
     // Over responses and weights already in the scan's order: the same sums
-    // over positions 0 to n-1.
-    RegressionSplitCriterionEvaluator(std::size_t n, const Y* y, const W* w) : y_(y), w_(w) {
-        for (std::size_t i = 0; i < n; ++i) {
-            totalW_ += w[i];
-        }
-        for (std::size_t i = 0; i < n; ++i) {
-            totalWY_ += w[i] * static_cast<W>(y[i]);
-        }
-        for (std::size_t i = 0; i < n; ++i) {
-            const W v = static_cast<W>(y[i]);
-            totalWYY_ += v * (w[i] * v);
-        }
+    // over positions 0 to n-1. Without `w`, every weight is `weight`.
+    RegressionSplitCriterionEvaluator(std::size_t n, const Y* y, const W* w, W weight = 0)
+        : y_(y), w_(w), weight_(weight) {
+        addOrdered(0, n, totalW_, totalWY_, totalWYY_);
     }
 
     RegressionSplitCriterionEvaluator(const RegressionSplitCriterionEvaluator&) = delete;
@@ -61,16 +53,7 @@ public:
     }
 
     void advanceOrdered(std::size_t first, std::size_t last) override {
-        for (std::size_t i = first; i < last; ++i) {
-            belowW_ += w_[i];
-        }
-        for (std::size_t i = first; i < last; ++i) {
-            belowWY_ += w_[i] * static_cast<W>(y_[i]);
-        }
-        for (std::size_t i = first; i < last; ++i) {
-            const W v = static_cast<W>(y_[i]);
-            belowWYY_ += v * (w_[i] * v);
-        }
+        addOrdered(first, last, belowW_, belowWY_, belowWYY_);
     }
 
     void reset() override {
@@ -96,11 +79,39 @@ public:
     }
 
 private:
+    // One pass for the three sums: each still adds in position order.
+    void addOrdered(std::size_t first, std::size_t last, W& sumW, W& sumWY, W& sumWYY) const {
+        W a = sumW;
+        W b = sumWY;
+        W c = sumWYY;
+        if (w_ == nullptr) {
+            const W w = weight_;
+            for (std::size_t i = first; i < last; ++i) {
+                const W v = static_cast<W>(y_[i]);
+                a += w;
+                b += w * v;
+                c += v * (w * v);
+            }
+        } else {
+            for (std::size_t i = first; i < last; ++i) {
+                const W v = static_cast<W>(y_[i]);
+                const W w = w_[i];
+                a += w;
+                b += w * v;
+                c += v * (w * v);
+            }
+        }
+        sumW = a;
+        sumWY = b;
+        sumWYY = c;
+    }
+
     W totalW_ = 0;
     W totalWY_ = 0;
     W totalWYY_ = 0;
     const Y* y_;
     const W* w_;
+    W weight_ = 0;
     W belowW_ = 0;
     W belowWY_ = 0;
     W belowWYY_ = 0;
