@@ -82,8 +82,13 @@ struct ColumnOperator {
             if (!c.nominal_ && c.presentSize() >= 2 * c.minLeaf_) {
                 c.gatherOrdered();
             }
-            c.divide();
-            c.exhaustiveSearch();
+            if (c.ordered_ && !c.fullSort_) {
+                // No surrogate search will want the divisions again.
+                c.divideAndSearch();
+            } else {
+                c.divide();
+                c.exhaustiveSearch();
+            }
             c.releaseOrdered();
             c.releasePresent();
             if (!c.fullSort_) {

@@ -3,6 +3,7 @@
 
 #include <limits>
 #include <memory>
+#include <type_traits>
 
 #include "columns/numeric_divisions.hpp"
 #include "criteria/classification_evaluator.hpp"
@@ -85,6 +86,90 @@ void IndexedColumn<X, Y, W>::exhaustiveSearch() {
     bestSplit.gain = critParent_ - crit;
     if (verbosity_ > 2) {
         calyxPrintf("   gain = %13.10g\n", static_cast<double>(bestSplit.gain));
+    }
+}
+
+// Evaluates each division as the walk hands it over, as the scan over a
+// list of divisions would: the evaluator is of its final type, so its calls
+// are direct.
+template <class Evaluator, class W>
+struct DivisionScan {
+    Evaluator& evaluator;
+    std::int64_t& division;
+    W best = std::numeric_limits<W>::max();
+    std::uint64_t count = 0;
+    std::uint64_t last = 0;
+    std::uint64_t previous = 0;
+    bool stopped = false;  // a division left the above side empty
+
+    void add(std::uint64_t d) {
+        ++count;
+        last = d;
+        if (stopped) {
+            return;
+        }
+        evaluator.advanceOrdered(previous, d + 1);
+        previous = d + 1;
+        W c;
+        const EvalResult result = evaluator.evaluate(&c);
+        if (result == EvalResult::BelowEmpty) {
+            return;
+        }
+        if (result == EvalResult::AboveEmpty) {
+            stopped = true;
+            return;
+        }
+        if (best > c) {
+            best = c;
+            division = static_cast<std::int64_t>(d);
+        }
+    }
+    bool empty() const { return count == 0; }
+    std::uint64_t back() const { return last; }
+    std::uint64_t size() const { return count; }
+};
+
+// The checks and sums of exhaustiveSearch come first, in their order; a
+// column without divisions ends with no gain, as there.
+template <class X, class Y, class W>
+void IndexedColumn<X, Y, W>::divideAndSearch() {
+    sorted_ = true;
+    divided_ = true;
+    searched_ = true;
+    bestSplit.gain = std::numeric_limits<W>::lowest();
+    const std::size_t n = presentSize();
+    if (n < 2 * minLeaf_ || Pnotnan_ <= W(0)) {
+        return;
+    }
+    const W* w = orderedWeights();
+    auto finish = [&](auto& evaluator) {
+        DivisionScan<std::remove_reference_t<decltype(evaluator)>, W> scan{evaluator,
+                                                                          bestSplit.division};
+        walkDivisions(scan);
+        if (!scan.empty()) {
+            bestSplit.gain = critParent_ - scan.best;
+        }
+    };
+    if (classCriterion_ != nullptr) {
+        (void)classCriterion_->usesParent();
+        ClassWeights<W> Ptot(classCount_, W(0));
+        for (std::size_t i = 0; i < n; ++i) {
+            Ptot[classOf(yOrdered_[i])] += w != nullptr ? w[i] : orderedWeight_;
+        }
+        if (sumInOrder(Ptot) <= W(0)) {
+            return;
+        }
+        ClassificationSplitCriterionEvaluator<Y, W> evaluator(yOrdered_.data(), w, Ptot,
+                                                              classCriterion_, orderedWeight_);
+        finish(evaluator);
+    } else {
+        (void)regressionCriterion_->usesParent();
+        // Its total weight is the sum the class totals would hold.
+        RegressionSplitCriterionEvaluator<Y, W> evaluator(n, yOrdered_.data(), w, orderedWeight_);
+        if (W(0) + evaluator.totalWeight() <= W(0)) {
+            return;
+        }
+        finish(evaluator);
     }
 }
 

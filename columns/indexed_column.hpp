@@ -74,7 +74,13 @@ public:
     void sort();
     void divide();
     void divideNumeric();
+    template <class Sink>
+    void walkDivisions(Sink& sink);
     void exhaustiveSearch();
+    // divide() and exhaustiveSearch() of a numeric column over its ordered
+    // copies in one walk, each division evaluated as it is found; no list
+    // of divisions is kept.
+    void divideAndSearch();
     W findNumericSplitWithBestGain(const ClassWeights<W>& Ptot);
     std::pair<bool, W> findSurrogate(const SplitRows& kids, W minP);
     W numericAssociation(const RowList& left, const RowList& right, W pL, W pR, W minP);

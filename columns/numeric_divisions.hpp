@@ -17,8 +17,27 @@ bool isTied(X a, X b) {
     return c == static_cast<double>(a) || c == static_cast<double>(b);
 }
 
+// Collects the divisions in divisions_.
+struct DivisionList {
+    ScalableVector<std::uint64_t>& list;
+
+    void add(std::uint64_t d) { list.push_back(d); }
+    bool empty() const { return list.empty(); }
+    std::uint64_t back() const { return list.back(); }
+    std::uint64_t size() const { return list.size(); }
+};
+
 template <class X, class Y, class W>
 void IndexedColumn<X, Y, W>::divideNumeric() {
+    DivisionList list{divisions_};
+    walkDivisions(list);
+}
+
+// Hands each division, from low to high, to `sink`, which also tells the
+// count and the last one.
+template <class X, class Y, class W>
+template <class Sink>
+void IndexedColumn<X, Y, W>::walkDivisions(Sink& sink) {
     const std::uint64_t n = presentSize();
     const std::uint64_t m = minLeaf_;
     auto x = [this](std::uint64_t p) { return valueAt(p); };
@@ -54,7 +73,7 @@ void IndexedColumn<X, Y, W>::divideNumeric() {
         if (p > n - m) {
             return;
         }
-        divisions_.push_back(p - 1);
+        sink.add(p - 1);
         i = p;
         anchor = p;
         anchorX = x(p);
@@ -68,9 +87,10 @@ void IndexedColumn<X, Y, W>::divideNumeric() {
         shownHigh = anchorX;
     }
     if (verbosity_ > 3) {
+        // The first block gives one division at most.
         calyxPrintf("deltaclass after 1st minleaf = %i  divisions:", std::int64_t{deltaclass});
-        for (std::uint64_t d : divisions_) {
-            calyxPrintf("  %i", d);
+        if (!sink.empty()) {
+            calyxPrintf("  %i", sink.back());
         }
         calyxPrintf("\n");
     }
@@ -97,7 +117,7 @@ void IndexedColumn<X, Y, W>::divideNumeric() {
             calyxPrintf("  i-1=%i  i0=%i  i+1=%i  x-1=%g  x0=%g  x+1=%g  y=%g  y+1=%g  Ndiv=%i\n",
                         anchor, i, next, static_cast<double>(anchorX),
                         static_cast<double>(shownLow), static_cast<double>(shownHigh),
-                        static_cast<double>(y(i)), static_cast<double>(y(next)), divisions_.size());
+                        static_cast<double>(y(i)), static_cast<double>(y(next)), sink.size());
         }
         const X xn = x(next);
         shownLow = xi;
@@ -122,7 +142,7 @@ void IndexedColumn<X, Y, W>::divideNumeric() {
             xi = xn;
             continue;
         }
-        divisions_.push_back(division);
+        sink.add(division);
         anchor = next;
         anchorX = xn;
         pending = false;
@@ -140,7 +160,7 @@ void IndexedColumn<X, Y, W>::divideNumeric() {
         }
     }
     if (lastChange) {
-        const std::uint64_t low = divisions_.empty() ? 0 : divisions_.back() + 1;
+        const std::uint64_t low = sink.empty() ? 0 : sink.back() + 1;
         const X r = x(n - m);
         std::uint64_t q = n - m;
         while (isTied(x(q), r)) {
@@ -149,12 +169,12 @@ void IndexedColumn<X, Y, W>::divideNumeric() {
             }
             --q;
         }
-        divisions_.push_back(q);
+        sink.add(q);
     }
     if (verbosity_ > 3) {
-        calyxPrintf("  Ndiv at exit = %i", divisions_.size());
-        if (!divisions_.empty()) {
-            calyxPrintf("  Last division = %i", divisions_.back());
+        calyxPrintf("  Ndiv at exit = %i", sink.size());
+        if (!sink.empty()) {
+            calyxPrintf("  Last division = %i", sink.back());
         }
         calyxPrintf("\n");
     }

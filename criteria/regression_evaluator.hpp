@@ -56,6 +56,9 @@ public:
         addOrdered(first, last, belowW_, belowWY_, belowWYY_);
     }
 
+    // The sum of the weights, the first of the totals.
+    W totalWeight() const { return totalW_; }
+
     void reset() override {
         belowW_ = 0;
         belowWY_ = 0;
