@@ -35,6 +35,7 @@ public:
     }
 
     // o(i) = v(i) f(i). The caller sizes the output; it may be the input.
+    bool corrects() const override { return true; }
     void correct(const ClassWeights<W>& in, ClassWeights<W>& out) const override {
         for (std::size_t i = 0; i < in.size(); ++i) {
             out[i] = in[i] * factors_[i];

@@ -24,6 +24,8 @@ public:
             out = in;
         }
     }
+    // Whether correct() is anything but the identity.
+    virtual bool corrects() const { return false; }
     virtual W parent(const ClassWeights<W>& v) const = 0;
     virtual W kids(const ClassWeights<W>& left, const ClassWeights<W>& right) const {
         const W l = parent(left);

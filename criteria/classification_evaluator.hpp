@@ -3,6 +3,7 @@
 
 #include "core/types.hpp"
 #include "criteria/classification_criterion.hpp"
+#include "criteria/gini.hpp"
 #include "criteria/split_criterion_evaluator.hpp"
 
 namespace arbolin {
@@ -24,6 +25,7 @@ public:
           correctedBelow_(totals.size()),
           above_(totals.size()) {
         criterion_->correct(totals, totals_);
+        findShortcuts();
     }
 
     // From a list of rows (the surrogate search); without a criterion the
@@ -47,6 +49,7 @@ public:
         } else {
             totals_ = sums;
         }
+        findShortcuts();
     }
 
     ClassificationSplitCriterionEvaluator(const ClassificationSplitCriterionEvaluator&) = delete;
@@ -82,29 +85,42 @@ public:
     // correction is one factor per class.
     EvalResult evaluate(W* result) override {
         const std::size_t K = below_.size();
-        std::fill(correctedBelow_.begin(), correctedBelow_.end(), W(0));
-        if (criterion_ != nullptr) {
+        // Without a correction the corrected weights are the raw ones.
+        if (corrects_) {
+            std::fill(correctedBelow_.begin(), correctedBelow_.end(), W(0));
             criterion_->correct(below_, correctedBelow_);
-        } else {
-            correctedBelow_ = below_;
         }
-        const W belowSum = sumInOrder(correctedBelow_);
+        const ClassWeights<W>& correctedBelow = corrects_ ? correctedBelow_ : below_;
+        const W belowSum = sumInOrder(correctedBelow);
         if (K == 0 || belowSum <= W(0)) {
             return EvalResult::BelowEmpty;
         }
         W aboveSum = 0;
         for (std::size_t i = 0; i < K; ++i) {
-            above_[i] = totals_[i] - correctedBelow_[i];
+            above_[i] = totals_[i] - correctedBelow[i];
             aboveSum += above_[i];
         }
         if (aboveSum <= W(0)) {
             return EvalResult::AboveEmpty;
         }
-        *result = criterion_->kids(correctedBelow_, above_);
+        if (gini_ != nullptr) {
+            // The inherited kids(), with direct calls.
+            const W l = gini_->Gini<Y, W>::parent(correctedBelow);
+            const W r = gini_->Gini<Y, W>::parent(above_);
+            *result = l + r;
+        } else {
+            *result = criterion_->kids(correctedBelow, above_);
+        }
         return EvalResult::Valid;
     }
 
 private:
+    // Asked once, not at every division.
+    void findShortcuts() {
+        corrects_ = criterion_ != nullptr && criterion_->corrects();
+        gini_ = dynamic_cast<const Gini<Y, W>*>(criterion_);
+    }
+
     const Y* y_;
     const W* w_;
     W weight_ = 0;
@@ -113,6 +129,8 @@ private:
     const ClassificationSplitCriterion<Y, W>* criterion_;
     ClassWeights<W> correctedBelow_;
     ClassWeights<W> above_;
+    bool corrects_ = false;
+    const Gini<Y, W>* gini_ = nullptr;
 };
 
 }  // namespace arbolin
