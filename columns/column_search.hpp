@@ -153,8 +153,12 @@ void IndexedColumn<X, Y, W>::divideAndSearch() {
     if (classCriterion_ != nullptr) {
         (void)classCriterion_->usesParent();
         ClassWeights<W> Ptot(classCount_, W(0));
-        for (std::size_t i = 0; i < n; ++i) {
-            Ptot[classOf(yOrdered_[i])] += w != nullptr ? w[i] : orderedWeight_;
+        if (presorted_ && uniformTotals_ != nullptr) {
+            Ptot = *uniformTotals_;  // the same sums: the column has every row
+        } else {
+            for (std::size_t i = 0; i < n; ++i) {
+                Ptot[classOf(yOrdered_[i])] += w != nullptr ? w[i] : orderedWeight_;
+            }
         }
         if (sumInOrder(Ptot) <= W(0)) {
             return;

@@ -52,6 +52,9 @@ struct ColumnSetup {
     const ResponseSource<Y, W>* responses = nullptr;  // if the tree made one
     std::uint64_t predictor = 0;
     bool presorted = false;
+    // The class totals over all the node's rows when every row weighs the
+    // same, else null.
+    const ScalableVector<W>* uniformTotals = nullptr;
 };
 
 template <class X, class Y, class W>
@@ -164,6 +167,7 @@ public:
     const ResponseSource<Y, W>* responses_;
     std::uint64_t predictor_;
     bool presorted_;
+    const ScalableVector<W>* uniformTotals_;
     bool presentReleased_;
     bool lent_ = false;
     const std::uint32_t* lentRows_ = nullptr;  // while lent_
@@ -199,6 +203,7 @@ IndexedColumn<X, Y, W>::IndexedColumn(const ColumnSetup<X, Y, W>& s)
       responses_(s.responses),
       predictor_(s.predictor),
       presorted_(s.presorted),
+      uniformTotals_(s.uniformTotals),
       presentReleased_(s.presorted) {
     if (!missing_->empty()) {
         // Charge the parent's impurity only in the share of the node that

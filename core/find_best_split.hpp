@@ -103,6 +103,25 @@ SplitRows Node<X, Y, W>::searchPredictors(const RowList& rows, NodeOrder<X> orde
     remover.presorted = &presorted;
     forEachPredictor(Phase::MissingValues, loops, sampled, remover);
 
+    // With one weight for all rows, a class's total over the rows of a column
+    // that has them all is that weight added once per row of the class, in
+    // whatever order: worked out here once, not by every column.
+    ClassWeights<W> uniformTotals;
+    if (classificationCriterion != nullptr && s.responses != nullptr &&
+        s.responses->sameWeights() &&
+        (sizeof(Y) >= sizeof(double) || NodeSize < (std::uint64_t{1} << 24))) {
+        const W weight = s.responses->weight();
+        uniformTotals.assign(K, W(0));
+        for (std::size_t k = 0; k < K; ++k) {
+            const auto count = static_cast<std::uint64_t>(ClassCount[k]);
+            W total = 0;
+            for (std::uint64_t i = 0; i < count; ++i) {
+                total += weight;
+            }
+            uniformTotals[k] = total;
+        }
+    }
+
     ColumnTable<X, Y, W> columns(predictorCount);
     for (std::uint64_t j : sampled) {
         ColumnSetup<X, Y, W> setup;
@@ -134,6 +153,7 @@ SplitRows Node<X, Y, W>::searchPredictors(const RowList& rows, NodeOrder<X> orde
         setup.responses = s.responses;
         setup.predictor = j;
         setup.presorted = presorted[j] != 0;
+        setup.uniformTotals = uniformTotals.empty() ? nullptr : &uniformTotals;
         columns[j] = std::make_unique<IndexedColumn<X, Y, W>>(setup);
     }
 
