@@ -119,7 +119,7 @@ void IndexedColumn<X, Y, W>::walkDivisions(Sink& sink) {
                         static_cast<double>(shownLow), static_cast<double>(shownHigh),
                         static_cast<double>(y(i)), static_cast<double>(y(next)), sink.size());
         }
-        const X xn = x(next);
+        const X xn = lent_ ? x_[lentRows_[next]] : x_[rows[next]];
         shownLow = xi;
         shownHigh = xn;
         if (!pending && y(i) == y(next)) {
