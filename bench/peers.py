@@ -350,9 +350,13 @@ def available_tools():
     return tools, skipped
 
 
-def run_cases(names, rounds, big_rounds, build, with_cli):
-    """{case name: {tool: [result per round]}}; progress on standard error."""
+def run_cases(names, rounds, big_rounds, build, with_cli, only=None):
+    """{case name: {tool: [result per round]}}; progress on standard error.
+    `only`: the tools to run, of those available (arbolin always runs)."""
     tools, skipped = available_tools()
+    if only is not None:
+        skipped += [f"{tool} (not in --tools)" for tool in tools if tool not in only]
+        tools = [tool for tool in tools if tool == "arbolin" or tool in only]
     for note in skipped:
         print(f"skipped: {note}", file=sys.stderr)
     results = {}
@@ -495,6 +499,9 @@ def main():
             command.add_argument("--quick", action="store_true",
                                  help="small cases, one round: to try the script")
             command.add_argument("--no-cli", action="store_true", help="leave out the CLI")
+            command.add_argument("--tools", help="comma-separated peers to run (sklearn, rpart, "
+                                 "xgboost; default: every one installed), e.g. to leave out "
+                                 "one that takes minutes on a case")
     commands.add_parser("cases")
     data = commands.add_parser("data", help="write the cache of every case, CSV files included")
     data.add_argument("--cases", help="comma-separated case names")
@@ -523,7 +530,13 @@ def main():
         unknown = [name for name in names if name not in CASES]
         if unknown:
             parser.error(f"unknown case {', '.join(unknown)}; known: {', '.join(CASES)}")
-        tools, results = run_cases(names, rounds, big_rounds, build, not args.no_cli)
+        only = None
+        if args.tools:
+            only = args.tools.split(",")
+            unknown = [tool for tool in only if tool not in ("arbolin", "sklearn", "rpart", "xgboost")]
+            if unknown:
+                parser.error(f"unknown tool {', '.join(unknown)}; known: sklearn, rpart, xgboost")
+        tools, results = run_cases(names, rounds, big_rounds, build, not args.no_cli, only)
         print("## Fit seconds, median\n")
         print("\n".join(table(tools, results)))
         cli = cli_table(results)
