@@ -276,6 +276,9 @@ def run_child(tool, name):
         result = run_rpart(case)
     else:
         X, Y, is_cat = load(case)
+        # A fit of a few rows first, untimed, for every tool alike: loading
+        # libraries and starting threads are not part of the fit.
+        PREPARE[tool](case, np.asfortranarray(X[:60]), Y[:60], is_cat)()
         fit = PREPARE[tool](case, X, Y, is_cat)
         loading_peak = peak_megabytes()
         before = megabytes_of_status("VmRSS")
