@@ -502,9 +502,9 @@ def main():
             command.add_argument("--quick", action="store_true",
                                  help="small cases, one round: to try the script")
             command.add_argument("--no-cli", action="store_true", help="leave out the CLI")
-            command.add_argument("--tools", help="comma-separated peers to run (sklearn, rpart, "
-                                 "xgboost; default: every one installed), e.g. to leave out "
-                                 "one that takes minutes on a case")
+        command.add_argument("--tools", help="comma-separated peers to run (sklearn, rpart, "
+                             "xgboost; default: every one installed), e.g. to leave out "
+                             "one that takes minutes on a case")
     commands.add_parser("cases")
     data = commands.add_parser("data", help="write the cache of every case, CSV files included")
     data.add_argument("--cases", help="comma-separated case names")
@@ -526,6 +526,12 @@ def main():
     build = os.path.abspath(args.build)
     rounds = 1 if getattr(args, "quick", False) else args.rounds
     big_rounds = args.big_rounds or rounds
+    only = None
+    if args.tools:
+        only = args.tools.split(",")
+        unknown = [tool for tool in only if tool not in ("arbolin", "sklearn", "rpart", "xgboost")]
+        if unknown:
+            parser.error(f"unknown tool {', '.join(unknown)}; known: sklearn, rpart, xgboost")
     print("## Machine\n")
     print("\n".join(machine(build)) + "\n", flush=True)
     if args.command == "table":
@@ -533,12 +539,6 @@ def main():
         unknown = [name for name in names if name not in CASES]
         if unknown:
             parser.error(f"unknown case {', '.join(unknown)}; known: {', '.join(CASES)}")
-        only = None
-        if args.tools:
-            only = args.tools.split(",")
-            unknown = [tool for tool in only if tool not in ("arbolin", "sklearn", "rpart", "xgboost")]
-            if unknown:
-                parser.error(f"unknown tool {', '.join(unknown)}; known: sklearn, rpart, xgboost")
         tools, results = run_cases(names, rounds, big_rounds, build, not args.no_cli, only)
         print("## Fit seconds, median\n")
         print("\n".join(table(tools, results)))
@@ -548,7 +548,7 @@ def main():
             print("\n".join(cli))
     else:
         names = list(dict.fromkeys(SCALING_ROWS + SCALING_PREDICTORS))
-        _, results = run_cases(names, rounds, big_rounds, build, with_cli=False)
+        _, results = run_cases(names, rounds, big_rounds, build, with_cli=False, only=only)
         print("## Growth with rows (20 predictors, 3 classes)\n")
         print("\n".join(scaling_table(results, SCALING_ROWS, "rows")))
         print("\n## Growth with predictors (10,000 rows, 3 classes)\n")
