@@ -57,11 +57,7 @@ void IndexedColumn<X, Y, W>::exhaustiveSearch() {
     const std::uint64_t* rows = present_->data();
     const std::size_t n = presentSize();
     if (ordered_) {
-        const W* w = orderedWeights();
-        for (std::size_t i = 0; i < n; ++i) {
-            const std::uint64_t k = classCriterion_ != nullptr ? classOf(yOrdered_[i]) : 0;
-            Ptot[k] += w != nullptr ? w[i] : orderedWeight_;
-        }
+        Ptot = orderedTotals();
     } else {
         for (std::size_t i = 0; i < n; ++i) {
             prefetchAhead(w_, rows, i, n);
@@ -87,6 +83,23 @@ void IndexedColumn<X, Y, W>::exhaustiveSearch() {
     if (verbosity_ > 2) {
         calyxPrintf("   gain = %13.10g\n", static_cast<double>(bestSplit.gain));
     }
+}
+
+// Summed over the ordered copies in position order. With one weight for
+// all rows, a column that has every row of the node takes the node's totals:
+// the same sums, whatever the order of the rows.
+template <class X, class Y, class W>
+ClassWeights<W> IndexedColumn<X, Y, W>::orderedTotals() {
+    if (classCriterion_ != nullptr && presorted_ && uniformTotals_ != nullptr) {
+        return *uniformTotals_;
+    }
+    ClassWeights<W> Ptot(classCount_, W(0));
+    const W* w = orderedWeights();
+    for (std::size_t i = 0; i < yOrdered_.size(); ++i) {
+        const std::uint64_t k = classCriterion_ != nullptr ? classOf(yOrdered_[i]) : 0;
+        Ptot[k] += w != nullptr ? w[i] : orderedWeight_;
+    }
+    return Ptot;
 }
 
 // Evaluates each division as the walk hands it over, as the scan over a
@@ -152,14 +165,7 @@ void IndexedColumn<X, Y, W>::divideAndSearch() {
     };
     if (classCriterion_ != nullptr) {
         (void)classCriterion_->usesParent();
-        ClassWeights<W> Ptot(classCount_, W(0));
-        if (presorted_ && uniformTotals_ != nullptr) {
-            Ptot = *uniformTotals_;  // the same sums: the column has every row
-        } else {
-            for (std::size_t i = 0; i < n; ++i) {
-                Ptot[classOf(yOrdered_[i])] += w != nullptr ? w[i] : orderedWeight_;
-            }
-        }
+        const ClassWeights<W> Ptot = orderedTotals();
         if (sumInOrder(Ptot) <= W(0)) {
             return;
         }
@@ -168,9 +174,9 @@ void IndexedColumn<X, Y, W>::divideAndSearch() {
         finish(evaluator);
     } else {
         (void)regressionCriterion_->usesParent();
-        // Its total weight is the sum the class totals would hold.
+        // Its total weight is the one total orderedTotals() would give.
         RegressionSplitCriterionEvaluator<Y, W> evaluator(n, yOrdered_.data(), w, orderedWeight_);
-        if (W(0) + evaluator.totalWeight() <= W(0)) {
+        if (evaluator.totalWeight() <= W(0)) {
             return;
         }
         finish(evaluator);

@@ -84,6 +84,8 @@ public:
     // copies in one walk, each division evaluated as it is found; no list
     // of divisions is kept.
     void divideAndSearch();
+    // The class totals (one total in regression) over the ordered copies.
+    ClassWeights<W> orderedTotals();
     W findNumericSplitWithBestGain(const ClassWeights<W>& Ptot);
     std::pair<bool, W> findSurrogate(const SplitRows& kids, W minP);
     W numericAssociation(const RowList& left, const RowList& right, W pL, W pR, W minP);

@@ -9,8 +9,8 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <new>
-#include <utility>
+
+#include "core/tree_allocator.hpp"
 
 namespace arbolin {
 
@@ -23,16 +23,11 @@ public:
         if (size == 0) {
             return;
         }
-        void* p = mmap(nullptr, bytes(), PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1,
-                       0);
-        if (p == MAP_FAILED) {
-            throw std::bad_alloc();
-        }
-        data_ = static_cast<T*>(p);
+        data_ = static_cast<T*>(mapPages(bytes()));
     }
     ~PageArray() {
         if (data_ != nullptr) {
-            munmap(data_, bytes());
+            unmapPages(data_, bytes());
         }
     }
     PageArray(const PageArray&) = delete;

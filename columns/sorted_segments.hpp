@@ -75,10 +75,8 @@ public:
             root_.present[j] = sortPredictor(j, byRow);
         });
         // Each thread's sort buffers, reused from predictor to predictor,
-        // are not needed again: a large fit gives them back at once.
-        if (length_ * predictorCount >= (std::uint64_t{1} << 22)) {
-            scalable_allocation_command(TBBMALLOC_CLEAN_ALL_BUFFERS, nullptr);
-        }
+        // are not needed again.
+        givePooledBack(length_ * predictorCount);
     }
 
     SortedSegments(const SortedSegments&) = delete;

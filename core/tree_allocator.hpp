@@ -9,12 +9,33 @@
 #include <sys/mman.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <limits>
 #include <new>
 
 #include <oneapi/tbb/scalable_allocator.h>
 
 namespace arbolin {
+
+// Zeroed pages of their own, taken only as they are written.
+inline void* mapPages(std::size_t bytes) {
+    void* p = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (p == MAP_FAILED) {
+        throw std::bad_alloc();
+    }
+    return p;
+}
+
+inline void unmapPages(void* p, std::size_t bytes) noexcept { munmap(p, bytes); }
+
+// What the scalable allocator keeps for reuse goes back to the system, for
+// a fit of `cells` values (rows times predictors) large enough to matter:
+// small fits, often many in a row, keep it.
+inline void givePooledBack(std::uint64_t cells) {
+    if (cells >= (std::uint64_t{1} << 22)) {
+        scalable_allocation_command(TBBMALLOC_CLEAN_ALL_BUFFERS, nullptr);
+    }
+}
 
 template <class T>
 class TreeAllocator {
@@ -30,17 +51,12 @@ public:
             throw std::bad_array_new_length();
         }
         const std::size_t bytes = n * sizeof(T);
-        void* p;
         if (bytes >= kMappedBytes) {
-            p = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-            if (p == MAP_FAILED) {
-                throw std::bad_alloc();
-            }
-        } else {
-            p = scalable_malloc(bytes);
-            if (p == nullptr) {
-                throw std::bad_alloc();
-            }
+            return static_cast<T*>(mapPages(bytes));
+        }
+        void* p = scalable_malloc(bytes);
+        if (p == nullptr) {
+            throw std::bad_alloc();
         }
         return static_cast<T*>(p);
     }
@@ -48,7 +64,7 @@ public:
     void deallocate(T* p, std::size_t n) noexcept {
         const std::size_t bytes = n * sizeof(T);
         if (bytes >= kMappedBytes) {
-            munmap(p, bytes);
+            unmapPages(p, bytes);
         } else {
             scalable_free(p);
         }

@@ -4,8 +4,6 @@
 #include <cstring>
 #include <memory>
 
-#include <oneapi/tbb/scalable_allocator.h>
-
 #include "core/find_best_split.hpp"
 #include "core/grow.hpp"
 #include "core/stream_access.hpp"
@@ -96,12 +94,8 @@ void weaveCanopy(const CanopyArgs& args) {
 
     Tree<X, Y, W> tree(settings);
     tree.grow(std::move(*args.rows));
-    // What a large fit freed and the scalable allocator keeps for reuse
-    // goes back to the system before the outputs take their room. Small
-    // fits, often many in a row, keep it.
-    if (args.N * args.D >= (std::uint64_t{1} << 22)) {
-        scalable_allocation_command(TBBMALLOC_CLEAN_ALL_BUFFERS, nullptr);
-    }
+    // What growing freed goes back before the outputs take their room.
+    givePooledBack(args.N * args.D);
     writeOutputs(tree, args.outputCount, args.outputs);
 }
 
