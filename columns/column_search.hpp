@@ -115,7 +115,7 @@ struct DivisionScan {
     std::uint64_t previous = 0;
     bool stopped = false;  // a division left the above side empty
 
-    void add(std::uint64_t d) {
+    [[gnu::always_inline]] void add(std::uint64_t d) {
         ++count;
         last = d;
         if (stopped) {

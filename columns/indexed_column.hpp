@@ -262,6 +262,14 @@ void IndexedColumn<X, Y, W>::sort() {
 template <class X, class Y, class W>
 void IndexedColumn<X, Y, W>::gatherOrdered() {
     const std::size_t n = presentSize();
+    // The division walk first reads the values at both ends, one at a time:
+    // fetched now, they arrive while the responses are copied.
+    if (n >= 2 * minLeaf_ && n >= 4) {
+        for (const std::uint64_t p : {std::uint64_t{0}, minLeaf_ - 1, minLeaf_, minLeaf_ + 1,
+                                      n - minLeaf_ - 1, n - minLeaf_, n - 1}) {
+            __builtin_prefetch(x_ + (lent_ ? lentRows_[p] : (*present_)[p]));
+        }
+    }
     yOrdered_.resize(n);
     // One weight for all is not copied: wOrdered_ stays empty.
     const bool copyWeights = responses_ == nullptr || !responses_->sameWeights();
