@@ -79,6 +79,10 @@ public:
     void divideNumeric();
     template <class Sink>
     void walkDivisions(Sink& sink);
+    // walkDivisions over lent rows whose steps tell their ties: values are
+    // read only where two are neighbours.
+    template <class Sink>
+    void walkDivisionsBySteps(Sink& sink);
     void exhaustiveSearch();
     // divide() and exhaustiveSearch() of a numeric column over its ordered
     // copies in one walk, each division evaluated as it is found; no list
@@ -119,7 +123,10 @@ public:
     }
 
     X valueAt(std::uint64_t position) const {
-        return lent_ ? x_[lentRows_[position]] : x_[(*present_)[position]];
+        return lent_ ? x_[lentRowAt(position)] : x_[(*present_)[position]];
+    }
+    std::uint32_t lentRowAt(std::uint64_t position) const {
+        return SortedSegments<X>::rowOf(lentEntries_[position]);
     }
     Y responseAt(std::uint64_t position) const {
         return ordered_ ? yOrdered_[position] : y_[(*present_)[position]];
@@ -172,7 +179,7 @@ public:
     const ScalableVector<W>* uniformTotals_;
     bool presentReleased_;
     bool lent_ = false;
-    const std::uint32_t* lentRows_ = nullptr;  // while lent_
+    const std::uint32_t* lentEntries_ = nullptr;  // while lent_: the kept order's
 };
 
 template <class X, class Y, class W>
@@ -267,7 +274,7 @@ void IndexedColumn<X, Y, W>::gatherOrdered() {
     if (n >= 2 * minLeaf_ && n >= 4) {
         for (const std::uint64_t p : {std::uint64_t{0}, minLeaf_ - 1, minLeaf_, minLeaf_ + 1,
                                       n - minLeaf_ - 1, n - minLeaf_, n - 1}) {
-            __builtin_prefetch(x_ + (lent_ ? lentRows_[p] : (*present_)[p]));
+            __builtin_prefetch(x_ + (lent_ ? lentRowAt(p) : (*present_)[p]));
         }
     }
     yOrdered_.resize(n);
@@ -279,7 +286,8 @@ void IndexedColumn<X, Y, W>::gatherOrdered() {
         orderedWeight_ = responses_->weight();
     }
     if (lent_) {
-        responses_->gather(lentRows_, n, yOrdered_.data(), orderedWeights());
+        responses_->gather(lentEntries_, n, yOrdered_.data(), orderedWeights(),
+                           SortedSegments<X>::kRowMask);
         ordered_ = true;
         return;
     }
@@ -311,7 +319,7 @@ template <class X, class Y, class W>
 void IndexedColumn<X, Y, W>::lendPresent() {
     lent_ = presentReleased_ && !nominal_ && responses_ != nullptr;
     if (lent_) {
-        lentRows_ = sortedRows_->presentRows(predictor_, *segment_);
+        lentEntries_ = sortedRows_->presentEntries(predictor_, *segment_);
     } else {
         holdPresent();
     }

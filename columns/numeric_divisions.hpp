@@ -4,17 +4,20 @@
 #pragma once
 
 #include "columns/indexed_column.hpp"
+#include "columns/ties.hpp"
 
 namespace arbolin {
 
-// Two values are tied when the midpoint of their sum (summed in X, halved
-// and compared in double) equals one of them: equal or neighbouring
-// numbers. An overflowing sum or a NaN makes them not tied.
-template <class X>
-bool isTied(X a, X b) {
-    const X s = a + b;
-    const double c = static_cast<double>(s) * 0.5;
-    return c == static_cast<double>(a) || c == static_cast<double>(b);
+// Whether the response changes between neighbours from position `from`
+// to position `to`.
+template <class Column>
+bool responseChanges(const Column& column, std::uint64_t from, std::uint64_t to) {
+    for (std::uint64_t k = from; k < to; ++k) {
+        if (!(column.responseAt(k) == column.responseAt(k + 1))) {
+            return true;
+        }
+    }
+    return false;
 }
 
 // Collects the divisions in divisions_.
@@ -38,6 +41,10 @@ void IndexedColumn<X, Y, W>::divideNumeric() {
 template <class X, class Y, class W>
 template <class Sink>
 void IndexedColumn<X, Y, W>::walkDivisions(Sink& sink) {
+    if (lent_ && verbosity_ <= 3 && sortedRows_->stepsTellTies(predictor_)) {
+        walkDivisionsBySteps(sink);
+        return;
+    }
     const std::uint64_t n = presentSize();
     const std::uint64_t m = minLeaf_;
     auto x = [this](std::uint64_t p) { return valueAt(p); };
@@ -50,13 +57,7 @@ void IndexedColumn<X, Y, W>::walkDivisions(Sink& sink) {
     }
 
     // First block: a response change among pairs (0,1) .. (m-1,m).
-    bool deltaclass = false;
-    for (std::uint64_t k = 0; k < m; ++k) {
-        if (!(y(k) == y(k + 1))) {
-            deltaclass = true;
-            break;
-        }
-    }
+    const bool deltaclass = responseChanges(*this, 0, m);
 
     std::uint64_t i;
     std::uint64_t anchor;
@@ -107,7 +108,8 @@ void IndexedColumn<X, Y, W>::walkDivisions(Sink& sink) {
     while (i != n - m) {
         const std::uint64_t next = i + 1;
         if (lent_) {
-            prefetchAhead<X, ahead, std::uint32_t>(x_, lentRows_, next, n);
+            prefetchAhead<X, ahead, std::uint32_t>(x_, lentEntries_, next, n,
+                                                   SortedSegments<X>::kRowMask);
         } else {
             prefetchAhead<X, ahead>(x_, rows, next, n);
             if (!ordered_) {
@@ -120,7 +122,7 @@ void IndexedColumn<X, Y, W>::walkDivisions(Sink& sink) {
                         static_cast<double>(shownLow), static_cast<double>(shownHigh),
                         static_cast<double>(y(i)), static_cast<double>(y(next)), sink.size());
         }
-        const X xn = lent_ ? x_[lentRows_[next]] : x_[rows[next]];
+        const X xn = lent_ ? x_[lentRowAt(next)] : x_[rows[next]];
         shownLow = xi;
         shownHigh = xn;
         if (!pending && y(i) == y(next)) {
@@ -153,14 +155,7 @@ void IndexedColumn<X, Y, W>::walkDivisions(Sink& sink) {
 
     // Last block: a change there gets the highest legal cut, mirrored from
     // the first block but bounded below only by the last division.
-    bool lastChange = false;
-    for (std::uint64_t q = n - m; q + 1 < n; ++q) {
-        if (!(y(q) == y(q + 1))) {
-            lastChange = true;
-            break;
-        }
-    }
-    if (lastChange) {
+    if (responseChanges(*this, n - m, n - 1)) {
         const std::uint64_t low = sink.empty() ? 0 : sink.back() + 1;
         const X r = x(n - m);
         std::uint64_t q = n - m;
@@ -178,6 +173,105 @@ void IndexedColumn<X, Y, W>::walkDivisions(Sink& sink) {
             calyxPrintf("  Last division = %i", sink.back());
         }
         calyxPrintf("\n");
+    }
+}
+
+// The same walk, the same divisions, with each comparison of two values
+// answered by the highest step between them: Equal, tied; Far, not tied;
+// Near, read the two values and compare them. Most steps need no value.
+template <class X, class Y, class W>
+template <class Sink>
+void IndexedColumn<X, Y, W>::walkDivisionsBySteps(Sink& sink) {
+    using Order = SortedSegments<X>;
+    const std::uint64_t n = presentSize();
+    const std::uint64_t m = minLeaf_;
+    const std::uint32_t* entries = lentEntries_;
+    auto x = [this](std::uint64_t p) { return valueAt(p); };
+    auto y = [this](std::uint64_t p) { return responseAt(p); };
+    // The step from position p - 1 to p.
+    auto step = [entries](std::uint64_t p) { return Order::stepOf(entries[p]); };
+    // Positions a and b, with `highest` the highest step from a to b.
+    auto tied = [&x](Step highest, std::uint64_t a, std::uint64_t b) {
+        if (highest == Step::Near) [[unlikely]] {
+            return isTied(x(a), x(b));
+        }
+        return highest == Step::Equal;
+    };
+
+    if (isTied(x(0), x(n - 1))) {
+        return;
+    }
+    const bool deltaclass = responseChanges(*this, 0, m);
+
+    std::uint64_t i;
+    std::uint64_t anchor;
+    Step sinceAnchor;  // the highest step from anchor to i
+    if (deltaclass) {
+        std::uint64_t p = m;
+        Step sinceLow = Step::Equal;  // from m - 1 to p
+        while (p <= n - m) {
+            sinceLow = std::max(sinceLow, step(p));
+            if (!tied(sinceLow, m - 1, p)) {
+                break;
+            }
+            ++p;
+        }
+        if (p > n - m) {
+            return;
+        }
+        sink.add(p - 1);
+        i = p;
+        anchor = p;
+        sinceAnchor = Step::Equal;
+    } else {
+        i = m;
+        anchor = m - 1;
+        sinceAnchor = step(m);
+    }
+
+    bool pending = false;
+    while (i != n - m) {
+        const std::uint64_t next = i + 1;
+        const Step s = step(next);
+        if (!pending && y(i) == y(next)) {
+            if (!tied(s, i, next)) {
+                anchor = i;
+                sinceAnchor = s;
+            } else {
+                sinceAnchor = std::max(sinceAnchor, s);
+            }
+            i = next;
+            continue;
+        }
+        std::uint64_t division;
+        if (!tied(s, i, next)) {
+            division = i;
+        } else if (sinceAnchor = std::max(sinceAnchor, s); !tied(sinceAnchor, anchor, next)) {
+            division = anchor;
+        } else {
+            pending = true;
+            i = next;
+            continue;
+        }
+        sink.add(division);
+        anchor = next;
+        sinceAnchor = Step::Equal;
+        pending = false;
+        i = next;
+    }
+
+    if (responseChanges(*this, n - m, n - 1)) {
+        const std::uint64_t low = sink.empty() ? 0 : sink.back() + 1;
+        std::uint64_t q = n - m;
+        Step sinceHigh = Step::Equal;  // from q to n - m
+        while (tied(sinceHigh, q, n - m)) {
+            if (q == low) {
+                return;
+            }
+            sinceHigh = std::max(sinceHigh, step(q));
+            --q;
+        }
+        sink.add(q);
     }
 }
 

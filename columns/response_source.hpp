@@ -50,13 +50,15 @@ public:
     ResponseSource& operator=(const ResponseSource&) = delete;
 
     // Copies y and w of rows[0..n) into yo and wo, in that order; with the
-    // same weight everywhere, wo may be null and is not written.
+    // same weight everywhere, wo may be null and is not written. `mask`
+    // keeps the row number of an entry that carries more.
     template <class Index>
-    void gather(const Index* rows, std::size_t n, Y* yo, W* wo) const {
+    void gather(const Index* rows, std::size_t n, Y* yo, W* wo,
+                Index mask = static_cast<Index>(~Index{0})) const {
         if (wo == nullptr) {
-            gatherInto<false>(rows, n, yo, wo);
+            gatherInto<false>(rows, n, yo, wo, mask);
         } else {
-            gatherInto<true>(rows, n, yo, wo);
+            gatherInto<true>(rows, n, yo, wo, mask);
         }
     }
 
@@ -67,18 +69,18 @@ public:
 
 private:
     template <bool WriteWeights, class Index>
-    void gatherInto(const Index* rows, std::size_t n, Y* yo, W* wo) const {
+    void gatherInto(const Index* rows, std::size_t n, Y* yo, W* wo, Index mask) const {
         // Far ahead: each row is a miss in data larger than the caches.
         constexpr std::size_t ahead = 64;
         if (!codes_.empty()) {
             const std::uint16_t* codes = codes_.data();
             const Y* values = classValues_.data();
             for (std::size_t i = 0; i < n; ++i) {
-                prefetchAhead<std::uint16_t, ahead, Index>(codes, rows, i, n);
+                prefetchAhead<std::uint16_t, ahead, Index>(codes, rows, i, n, mask);
                 if (!sameWeights_) {
-                    prefetchAhead<W, ahead, Index>(w_, rows, i, n);
+                    prefetchAhead<W, ahead, Index>(w_, rows, i, n, mask);
                 }
-                const std::uint64_t r = rows[i];
+                const std::uint64_t r = rows[i] & mask;
                 yo[i] = values[codes[r]];
                 if constexpr (WriteWeights) {
                     wo[i] = sameWeights_ ? weight_ : w_[r];
@@ -86,8 +88,8 @@ private:
             }
         } else if (sameWeights_) {
             for (std::size_t i = 0; i < n; ++i) {
-                prefetchAhead<Y, ahead, Index>(y_, rows, i, n);
-                const std::uint64_t r = rows[i];
+                prefetchAhead<Y, ahead, Index>(y_, rows, i, n, mask);
+                const std::uint64_t r = rows[i] & mask;
                 yo[i] = y_[r];
                 if constexpr (WriteWeights) {
                     wo[i] = weight_;
@@ -96,8 +98,8 @@ private:
         } else {
             const ResponseWeight<Y, W>* pairs = pairs_.data();
             for (std::size_t i = 0; i < n; ++i) {
-                prefetchAhead<ResponseWeight<Y, W>, ahead, Index>(pairs, rows, i, n);
-                const std::uint64_t r = rows[i];
+                prefetchAhead<ResponseWeight<Y, W>, ahead, Index>(pairs, rows, i, n, mask);
+                const std::uint64_t r = rows[i] & mask;
                 yo[i] = pairs[r].y;
                 if constexpr (WriteWeights) {
                     wo[i] = pairs[r].w;

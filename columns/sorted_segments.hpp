@@ -6,6 +6,12 @@
 // children's segments are packed at the front of each predictor's stretch,
 // so that the rows of leaves fall behind them and their pages are given
 // back as the tree deepens.
+//
+// Each entry holds a row number in its low 30 bits and, in the top two, the
+// Step from the value of the entry before it in the segment. A partition
+// carries the highest step over the entries a child skips, so a node's
+// division walk tells tied values apart without reading them (see
+// columns/ties.hpp).
 #pragma once
 
 #include <algorithm>
@@ -17,6 +23,7 @@
 #include "columns/page_array.hpp"
 #include "columns/predictor_loops.hpp"
 #include "columns/remove_nan.hpp"
+#include "columns/ties.hpp"
 #include "columns/value_sort.hpp"
 #include "core/types.hpp"
 #include "gateway/numora.hpp"
@@ -47,11 +54,14 @@ template <class X>
 class SortedSegments {
 public:
     using Index = std::uint32_t;
+    static constexpr unsigned kRowBits = 30;
+    static constexpr Index kRowMask = (Index{1} << kRowBits) - 1;
 
-    // Row numbers are held in 32 bits; larger data sorts at every node.
-    static bool fits(std::uint64_t rowCount) {
-        return rowCount <= std::numeric_limits<Index>::max();
-    }
+    // Row numbers are held in 30 bits; larger data sorts at every node.
+    static bool fits(std::uint64_t rowCount) { return rowCount <= std::uint64_t{kRowMask} + 1; }
+
+    static Index rowOf(Index entry) { return entry & kRowMask; }
+    static Step stepOf(Index entry) { return static_cast<Step>(entry >> kRowBits); }
 
     SortedSegments(const X* x, std::uint64_t rowCount, std::uint64_t predictorCount,
                    const RowList& rootRows)
@@ -62,6 +72,7 @@ public:
           live_(length_),
           releasedLive_(length_),
           side_(rowCount),
+          plainTies_(predictorCount, 0),
           predictors_(predictorCount) {
         std::iota(predictors_.begin(), predictors_.end(), std::uint64_t{0});
         root_.size = length_;
@@ -84,15 +95,22 @@ public:
 
     const NodeSegment& root() const { return root_; }
 
-    // The rows with a value of predictor j in the node, in order: in place,
-    // or copied.
-    const Index* presentRows(std::uint64_t j, const NodeSegment& segment) const {
+    // The entries of the rows with a value of predictor j in the node, in
+    // order, in place (rowOf and stepOf read them); or their rows, copied.
+    const Index* presentEntries(std::uint64_t j, const NodeSegment& segment) const {
         return order_.data() + length_ * j + segment.begin;
     }
     void copyPresent(std::uint64_t j, const NodeSegment& segment, RowList& out) const {
         const Index* first = order_.data() + length_ * j + segment.begin;
-        out.assign(first, first + segment.present[j]);
+        out.resize(segment.present[j]);
+        for (std::uint64_t i = 0; i < out.size(); ++i) {
+            out[i] = rowOf(first[i]);
+        }
     }
+
+    // Whether the steps of predictor j tell its ties: all its values have
+    // plain ties. Otherwise every step reads Equal and means nothing.
+    bool stepsTellTies(std::uint64_t j) const { return plainTies_[j] != 0; }
 
     // Partitions every predictor's segment of each parent into the
     // children's segments: left rows, then right rows, each in the order
@@ -109,7 +127,7 @@ public:
             }
             const Index* rows = order_.data() + s.parent->begin;
             for (std::uint64_t i = 0; i < s.parent->size; ++i) {
-                side_[rows[i]] = kNeither;
+                side_[rowOf(rows[i])] = kNeither;
             }
             for (std::uint64_t r : *s.left) {
                 side_[r] = kLeft;
@@ -153,8 +171,8 @@ private:
     static constexpr unsigned char kNeither = 2;
 
     // Predictor j's rows in order of value, then row number (radix sort is
-    // stable and `byRow` rises), followed by its rows with NaN. Returns how
-    // many have a value.
+    // stable and `byRow` rises), with their steps, followed by its rows
+    // with NaN. Returns how many have a value.
     std::uint64_t sortPredictor(std::uint64_t j, const ScalableVector<Index>& byRow) {
         using Key = decltype(sortableKey(X{}));
         const X* x = x_ + rowCount_ * j;
@@ -162,18 +180,26 @@ private:
         PooledVector<KeyedRow<Key, Index>> entries;
         entries.reserve(length_);
         std::uint64_t back = length_;
+        bool plain = true;
         for (Index r : byRow) {
             const X v = x[r];
             if (isMissing(v)) {
                 out[--back] = r;
             } else {
+                plain = plain && hasPlainTies(v);
                 entries.push_back({sortableKey(v), r});
             }
         }
         PooledVector<KeyedRow<Key, Index>> scratch;
         radixSort<11>(entries, scratch);
+        plainTies_[j] = plain ? 1 : 0;
+        X before = 0;
         for (std::uint64_t i = 0; i < entries.size(); ++i) {
-            out[i] = entries[i].row;
+            const X v = valueOfKey<X>(entries[i].key);
+            const auto step =
+                static_cast<Index>(plain && i > 0 ? stepBetween(before, v) : Step::Equal);
+            out[i] = entries[i].row | (step << kRowBits);
+            before = v;
         }
         return entries.size();
     }
@@ -183,19 +209,31 @@ private:
     // scratch has room for one row beyond the right child's.
     // The left child may begin before the parent: each write lands at or
     // before the entry just read.
+    // A child's entry takes the highest step since the child's entry before
+    // it: the steps of the entries it skipped, and its own.
     void partition(std::uint64_t j, const SegmentSplit& s, Index* scratch) {
         const Index* rows = order_.data() + length_ * j + s.parent->begin;
         Index* out = order_.data() + length_ * j + s.leftSegment->begin;
         std::uint64_t left = 0;
         std::uint64_t right = 0;
         auto walk = [&](std::uint64_t from, std::uint64_t to) {
+            Index leftStep = 0;  // in place, in the top bits
+            Index rightStep = 0;
             for (std::uint64_t i = from; i < to; ++i) {
-                const Index r = rows[i];
+                const Index e = rows[i];
+                const Index r = e & kRowMask;
+                const Index step = e & ~kRowMask;
                 const unsigned char side = side_[r];
-                out[left] = r;
-                scratch[right] = r;
-                left += side == kLeft ? 1 : 0;
-                right += side == kRight ? 1 : 0;
+                leftStep = std::max(leftStep, step);
+                rightStep = std::max(rightStep, step);
+                out[left] = r | leftStep;
+                scratch[right] = r | rightStep;
+                const bool toLeft = side == kLeft;
+                const bool toRight = side == kRight;
+                left += toLeft ? 1 : 0;
+                right += toRight ? 1 : 0;
+                leftStep = toLeft ? 0 : leftStep;
+                rightStep = toRight ? 0 : rightStep;
             }
         };
         const std::uint64_t present = s.parent->present[j];
@@ -211,8 +249,9 @@ private:
     std::uint64_t length_;  // entries per predictor: the root's rows
     PageArray<Index> order_;
     std::uint64_t live_;
-    std::uint64_t releasedLive_;  // live_ at the last release
+    std::uint64_t releasedLive_;          // live_ at the last release
     ScalableVector<unsigned char> side_;  // per row, during a split
+    ScalableVector<char> plainTies_;      // per predictor: stepsTellTies
     ScalableVector<std::uint64_t> predictors_;
     NodeSegment root_;
 };

@@ -1,6 +1,7 @@
 // The kept order against a sort at every node: the root's order and the
 // orders left by chains of splits are what a sort by value, then row number,
-// gives each node's rows, with the rows with NaN behind and counted apart.
+// gives each node's rows, with the rows with NaN behind and counted apart;
+// and the steps left in each node tell the ties of its values.
 #include <cmath>
 #include <numeric>
 #include <random>
@@ -13,13 +14,19 @@
 namespace arbolin {
 namespace {
 
-// Values with many ties, zeros of both signs, huge magnitudes and NaN.
+// Values with many ties, neighbours, zeros of both signs, huge magnitudes
+// and NaN.
 template <class X>
 std::vector<X> awkwardColumn(std::uint64_t n, std::mt19937_64& rng) {
     std::vector<X> x(n);
     for (std::uint64_t i = 0; i < n; ++i) {
         x[i] =
             static_cast<X>(static_cast<double>(static_cast<std::int64_t>(rng() % 401) - 200) / 8);
+        // (Not from zero: a subnormal neighbour would leave the column's
+        // ties to be read.)
+        for (auto k = rng() % 4; k > 0 && x[i] != X(0) && rng() % 2 == 0; --k) {
+            x[i] = std::nextafter(x[i], X(1000));
+        }
         if (rng() % 31 == 0) x[i] = static_cast<X>(-0.0);
         if (rng() % 37 == 0) x[i] = static_cast<X>((rng() & 1) ? 1e30 : -1e30);
         if (rng() % 7 == 0) x[i] = static_cast<X>(NAN);
@@ -37,6 +44,36 @@ std::pair<RowList, std::uint64_t> expectedOrder(const X* x, const RowList& rows)
     }
     sortByValueThenRow(x, present.data(), present.data() + present.size());
     return {present, present.size()};
+}
+
+// Between any two of a node's values in order, the highest step answers
+// whether they are tied, unless it is Near.
+template <class X>
+void checkSteps(const SortedSegments<X>& sorted, const X* x, std::uint64_t j,
+                const NodeSegment& segment, std::mt19937_64& rng) {
+    using Order = SortedSegments<X>;
+    ASSERT_TRUE(sorted.stepsTellTies(j));
+    const std::uint32_t* entries = sorted.presentEntries(j, segment);
+    const std::uint64_t n = segment.present[j];
+    if (n < 2) return;
+    for (std::uint64_t t = 0; t < 2 * n; ++t) {
+        const std::uint64_t a = rng() % n;
+        const std::uint64_t b = std::min(n - 1, a + 1 + rng() % (t % 2 == 0 ? 3 : n));
+        Step highest = Step::Equal;
+        for (std::uint64_t p = a + 1; p <= b; ++p)
+            highest = std::max(highest, Order::stepOf(entries[p]));
+        const X u = x[Order::rowOf(entries[a])];
+        const X v = x[Order::rowOf(entries[b])];
+        if (highest == Step::Equal) {
+            ASSERT_EQ(u, v);
+        }
+        if (highest == Step::Far) {
+            ASSERT_FALSE(isTied(u, v)) << u << " " << v;
+        }
+        if (highest == Step::Near) {
+            ASSERT_NE(u, v);
+        }
+    }
 }
 
 template <class X>
@@ -67,6 +104,7 @@ void checkChainsOfSplits(std::uint64_t n, std::uint64_t d, std::uint64_t seed) {
                 RowList got;
                 sorted.copyPresent(j, node.segment, got);
                 ASSERT_EQ(got, want) << "depth " << depth << " predictor " << j;
+                checkSteps(sorted, x.data() + n * j, j, node.segment, rng);
             }
         }
         // Each node sends its rows left, right or nowhere (rows that no
@@ -112,6 +150,16 @@ TEST(SortedSegments, EmptyRootAndAllMissing) {
     SortedSegments<double> missing(x.data(), 3, 1, RowList{2, 0, 1});
     EXPECT_EQ(missing.root().size, 3u);
     EXPECT_EQ(missing.root().present[0], 0u);
+}
+
+TEST(SortedSegments, StepsTellTiesOnlyOfPlainValues) {
+    const std::vector<double> x{1, NAN, 2, 3, INFINITY, 1, 2, 4, 1e-310, 6, 7, 8};
+    SortedSegments<double> sorted(x.data(), 4, 3, RowList{0, 1, 2, 3});
+    EXPECT_TRUE(sorted.stepsTellTies(0));
+    EXPECT_FALSE(sorted.stepsTellTies(1));  // infinity
+    EXPECT_FALSE(sorted.stepsTellTies(2));  // a subnormal
+    EXPECT_FALSE(SortedSegments<double>::fits((std::uint64_t{1} << 30) + 1));
+    EXPECT_TRUE(SortedSegments<double>::fits(std::uint64_t{1} << 30));
 }
 
 }  // namespace

@@ -25,6 +25,13 @@ auto sortableKey(X v) {
     return (u & sign) ? static_cast<Bits>(~u) : static_cast<Bits>(u | sign);
 }
 
+// The value back from its key.
+template <class X, class Bits>
+X valueOfKey(Bits key) {
+    constexpr Bits sign = Bits{1} << (sizeof(Bits) * 8 - 1);
+    return std::bit_cast<X>((key & sign) ? static_cast<Bits>(key ^ sign) : static_cast<Bits>(~key));
+}
+
 // Packed: with 32-bit rows an entry is 12 bytes, not 16, and the root's
 // sorts of large data hold a quarter less.
 template <class Key, class Index>

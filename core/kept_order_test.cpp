@@ -28,8 +28,11 @@ struct Data {
 };
 
 // Column 0 continuous, 1 rounded to tenths (many ties), 2 nominal codes,
-// 3 continuous; NaN in all but the last; classes or a response from them.
-Data makeData(std::uint64_t n, bool regression) {
+// 3 in clusters of neighbouring numbers (ties that do not chain); NaN in
+// all but the last; classes or a response from them. `infinity`: one
+// value of column 0 is infinite, and its ties can no longer be told by the
+// kept order's steps.
+Data makeData(std::uint64_t n, bool regression, bool infinity = false) {
     std::mt19937_64 rng(11);
     std::normal_distribution<double> normal;
     std::uniform_real_distribution<double> uniform(0.5, 2.0);
@@ -40,7 +43,10 @@ Data makeData(std::uint64_t n, bool regression) {
         data.x[i] = normal(rng);
         data.x[n + i] = std::round(normal(rng) * 10) / 10;
         data.x[2 * n + i] = static_cast<double>(1 + rng() % 8);
-        data.x[3 * n + i] = normal(rng);
+        data.x[3 * n + i] = (std::round(normal(rng) * 20) + 0.5) / 20;  // never 0
+        for (auto k = rng() % 4; k > 0; --k) {
+            data.x[3 * n + i] = std::nextafter(data.x[3 * n + i], 10.0);
+        }
         const double v = data.x[i] + 0.7 * std::fmod(data.x[2 * n + i], 3) + 0.5 * normal(rng);
         data.y.push_back(regression ? v : static_cast<double>((v > 0.3) + (v > 1.2)));
         data.w.push_back(uniform(rng));
@@ -48,6 +54,7 @@ Data makeData(std::uint64_t n, bool regression) {
             if (rng() % 20 == 0) data.x[j * n + i] = NAN;
         }
     }
+    if (infinity) data.x[5] = INFINITY;
     return data;
 }
 
@@ -129,12 +136,14 @@ TEST(KeptOrder, GrowsTheTreeThatSortingAtEveryNodeGrows) {
     struct Case {
         const char* criterion;
         std::uint64_t surrogates;
+        bool infinity = false;
     };
-    for (const Case c : {Case{"gini", 0}, Case{"deviance", 2}, Case{"mse", 0}, Case{"mse", 3}}) {
+    for (const Case c : {Case{"gini", 0}, Case{"deviance", 2}, Case{"mse", 0}, Case{"mse", 3},
+                         Case{"gini", 0, true}, Case{"mse", 0, true}}) {
         SCOPED_TRACE(std::string(c.criterion) + " with " + std::to_string(c.surrogates) +
-                     " surrogates");
+                     " surrogates" + (c.infinity ? ", an infinite value" : ""));
         const bool regression = std::string(c.criterion) == "mse";
-        const Data data = makeData(2500, regression);
+        const Data data = makeData(2500, regression, c.infinity);
         const auto criteria =
             SplitCriteriaFactory<double, double>::make(c.criterion, nullptr, "", "");
         const auto kept = grow(data, criteria, c.surrogates, {});

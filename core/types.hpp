@@ -44,11 +44,13 @@ typename List::value_type sumInOrder(const List& list) {
 }
 
 // Walks through a row list jump through the data arrays: fetch the value
-// of the row some steps ahead of position i (of n).
+// of the row some steps ahead of position i (of n). `mask` keeps the row
+// number of an entry that carries other bits beside it.
 template <class T, std::size_t distance = 16, class Index = std::uint64_t>
-inline void prefetchAhead(const T* data, const Index* rows, std::size_t i, std::size_t n) {
+inline void prefetchAhead(const T* data, const Index* rows, std::size_t i, std::size_t n,
+                          Index mask = static_cast<Index>(~Index{0})) {
     if (i + distance < n) {
-        __builtin_prefetch(data + rows[i + distance]);
+        __builtin_prefetch(data + (rows[i + distance] & mask));
     }
 }
 
