@@ -190,12 +190,12 @@ void IndexedColumn<X, Y, W>::walkDivisionsBySteps(Sink& sink) {
     auto y = [this](std::uint64_t p) { return responseAt(p); };
     // The step from position p - 1 to p.
     auto step = [entries](std::uint64_t p) { return Order::stepOf(entries[p]); };
-    // Positions a and b, with `highest` the highest step from a to b.
-    auto tied = [&x](Step highest, std::uint64_t a, std::uint64_t b) {
-        if (highest == Step::Near) [[unlikely]] {
+    // Positions a and b, with `over` the highest step from a to b.
+    auto tied = [&x](Step over, std::uint64_t a, std::uint64_t b) {
+        if (over == Step::Near) [[unlikely]] {
             return isTied(x(a), x(b));
         }
-        return highest == Step::Equal;
+        return over == Step::Equal;
     };
 
     if (isTied(x(0), x(n - 1))) {
@@ -210,7 +210,7 @@ void IndexedColumn<X, Y, W>::walkDivisionsBySteps(Sink& sink) {
         std::uint64_t p = m;
         Step sinceLow = Step::Equal;  // from m - 1 to p
         while (p <= n - m) {
-            sinceLow = std::max(sinceLow, step(p));
+            sinceLow = highest(sinceLow, step(p));
             if (!tied(sinceLow, m - 1, p)) {
                 break;
             }
@@ -238,7 +238,7 @@ void IndexedColumn<X, Y, W>::walkDivisionsBySteps(Sink& sink) {
                 anchor = i;
                 sinceAnchor = s;
             } else {
-                sinceAnchor = std::max(sinceAnchor, s);
+                sinceAnchor = highest(sinceAnchor, s);
             }
             i = next;
             continue;
@@ -246,7 +246,7 @@ void IndexedColumn<X, Y, W>::walkDivisionsBySteps(Sink& sink) {
         std::uint64_t division;
         if (!tied(s, i, next)) {
             division = i;
-        } else if (sinceAnchor = std::max(sinceAnchor, s); !tied(sinceAnchor, anchor, next)) {
+        } else if (sinceAnchor = highest(sinceAnchor, s); !tied(sinceAnchor, anchor, next)) {
             division = anchor;
         } else {
             pending = true;
@@ -268,7 +268,7 @@ void IndexedColumn<X, Y, W>::walkDivisionsBySteps(Sink& sink) {
             if (q == low) {
                 return;
             }
-            sinceHigh = std::max(sinceHigh, step(q));
+            sinceHigh = highest(sinceHigh, step(q));
             --q;
         }
         sink.add(q);

@@ -166,9 +166,10 @@ public:
     std::uint64_t liveSize() const { return live_; }
 
 private:
-    static constexpr unsigned char kLeft = 0;
-    static constexpr unsigned char kRight = 1;
-    static constexpr unsigned char kNeither = 2;
+    // A bit for each child, so that the partition takes them apart by shifts.
+    static constexpr unsigned char kNeither = 0;
+    static constexpr unsigned char kLeft = 1;
+    static constexpr unsigned char kRight = 2;
 
     // Predictor j's rows in order of value, then row number (radix sort is
     // stable and `byRow` rises), with their steps, followed by its rows
@@ -221,19 +222,19 @@ private:
             Index rightStep = 0;
             for (std::uint64_t i = from; i < to; ++i) {
                 const Index e = rows[i];
-                const Index r = e & kRowMask;
                 const Index step = e & ~kRowMask;
-                const unsigned char side = side_[r];
-                leftStep = std::max(leftStep, step);
-                rightStep = std::max(rightStep, step);
-                out[left] = r | leftStep;
-                scratch[right] = r | rightStep;
-                const bool toLeft = side == kLeft;
-                const bool toRight = side == kRight;
-                left += toLeft ? 1 : 0;
-                right += toRight ? 1 : 0;
-                leftStep = toLeft ? 0 : leftStep;
-                rightStep = toRight ? 0 : rightStep;
+                const Index side = side_[e & kRowMask];
+                leftStep |= step;
+                rightStep |= step;
+                out[left] = e | leftStep;
+                scratch[right] = e | rightStep;
+                // Masks, not conditions: the compiler would branch on them.
+                const Index toLeft = side & kLeft;
+                const Index toRight = side >> 1;
+                left += toLeft;
+                right += toRight;
+                leftStep &= toLeft - 1;
+                rightStep &= toRight - 1;
             }
         };
         const std::uint64_t present = s.parent->present[j];

@@ -32,12 +32,16 @@ bool hasPlainTies(X v) {
 }
 
 // How a value in order stands to the one before it, as two bits; the
-// highest step over a stretch tells how its ends stand.
+// highest step over a stretch, their bitwise or, tells how its ends stand.
 enum class Step : std::uint32_t {
     Equal = 0,  // the same number: tied
     Near = 1,   // neighbours: tied, but not always with what lies beyond
-    Far = 2,    // not tied, and nothing across the step is tied
+    Far = 3,    // not tied, and nothing across the step is tied
 };
+
+inline Step highest(Step a, Step b) {
+    return static_cast<Step>(static_cast<std::uint32_t>(a) | static_cast<std::uint32_t>(b));
+}
 
 template <class X>
 Step stepBetween(X before, X after) {
