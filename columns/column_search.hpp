@@ -157,7 +157,7 @@ void IndexedColumn<X, Y, W>::divideAndSearch() {
     const W* w = orderedWeights();
     auto finish = [&](auto& evaluator) {
         DivisionScan<std::remove_reference_t<decltype(evaluator)>, W> scan{evaluator,
-                                                                          bestSplit.division};
+                                                                           bestSplit.division};
         walkDivisions(scan);
         if (!scan.empty()) {
             bestSplit.gain = critParent_ - scan.best;
@@ -171,6 +171,9 @@ void IndexedColumn<X, Y, W>::divideAndSearch() {
         }
         ClassificationSplitCriterionEvaluator<Y, W> evaluator(yOrdered_.data(), w, Ptot,
                                                               classCriterion_, orderedWeight_);
+        if (w == nullptr && responses_ != nullptr) {
+            evaluator.countRows(responses_->repeatedSums(), n);
+        }
         finish(evaluator);
     } else {
         (void)regressionCriterion_->usesParent();
@@ -222,8 +225,8 @@ W IndexedColumn<X, Y, W>::findNumericSplitWithBestGain(const ClassWeights<W>& Pt
         evaluator = std::make_unique<ClassificationSplitCriterionEvaluator<Y, W>>(
             y, w, Ptot, classCriterion_, orderedWeight_);
     } else if (ordered_) {
-        evaluator = std::make_unique<RegressionSplitCriterionEvaluator<Y, W>>(
-            yOrdered_.size(), y, w, orderedWeight_);
+        evaluator = std::make_unique<RegressionSplitCriterionEvaluator<Y, W>>(yOrdered_.size(), y,
+                                                                              w, orderedWeight_);
     } else {
         evaluator = std::make_unique<RegressionSplitCriterionEvaluator<Y, W>>(*present_, y, w);
     }

@@ -37,6 +37,13 @@ public:
         }
         if (classes) {
             makeCodes(rowCount, rows);
+            if (sameWeights_) {
+                repeatedSums_.resize(rows.size() + 1);
+                repeatedSums_[0] = W(0);
+                for (std::size_t c = 1; c < repeatedSums_.size(); ++c) {
+                    repeatedSums_[c] = repeatedSums_[c - 1] + weight_;
+                }
+            }
         }
         if (!sameWeights_ && codes_.empty()) {
             pairs_.resize(rowCount);
@@ -66,6 +73,10 @@ public:
     // The weight of every row, when sameWeights().
     W weight() const { return weight_; }
     bool coded() const { return !codes_.empty(); }
+    // In classification with one weight for every row: entry c holds c of
+    // that weight added one by one from zero, the weight of a class with c
+    // rows as any scan sums it. Else null.
+    const W* repeatedSums() const { return repeatedSums_.empty() ? nullptr : repeatedSums_.data(); }
 
 private:
     template <bool WriteWeights, class Index>
@@ -146,6 +157,7 @@ private:
     ScalableVector<std::uint16_t> codes_;
     ScalableVector<Y> classValues_;
     ScalableVector<ResponseWeight<Y, W>> pairs_;
+    ScalableVector<W> repeatedSums_;
 };
 
 }  // namespace arbolin

@@ -65,9 +65,30 @@ public:
         }
     }
 
+    // With one weight for all rows, a class's weight below is that weight
+    // added to itself once per row: then only the rows are counted, all
+    // classes in one register, and the weight is looked up in
+    // `repeatedSums` (ResponseSource::repeatedSums) when asked for. For Gini
+    // with 2 to 4 classes, over at most n positions.
+    void countRows(const W* repeatedSums, std::size_t n) {
+        const std::size_t K = below_.size();
+        if (!plainGini_ || w_ != nullptr || repeatedSums == nullptr || K < 2 || K > 4 ||
+            n >= (std::uint64_t{1} << countBits(K))) {
+            return;
+        }
+        repeatedSums_ = repeatedSums;
+        countShift_ = countBits(K);
+        counts_ = 0;
+    }
+
     [[gnu::always_inline]] void advanceOrdered(std::size_t first, std::size_t last) override {
         W* below = below_.data();
-        if (w_ == nullptr) {
+        if (repeatedSums_ != nullptr) {
+            // One add per row: the counts do not wait on each other's sums.
+            for (std::size_t i = first; i < last; ++i) {
+                counts_ += std::uint64_t{1} << (classOf(y_[i]) * countShift_);
+            }
+        } else if (w_ == nullptr) {
             for (std::size_t i = first; i < last; ++i) {
                 below[classOf(y_[i])] += weight_;
             }
@@ -78,7 +99,10 @@ public:
         }
     }
 
-    void reset() override { std::fill(below_.begin(), below_.end(), W(0)); }
+    void reset() override {
+        std::fill(below_.begin(), below_.end(), W(0));
+        counts_ = 0;
+    }
 
     // Called at every division of a scan: inline where the evaluator's
     // type is known, for Gini with a few classes.
@@ -129,6 +153,8 @@ private:
         return EvalResult::Valid;
     }
 
+    static constexpr unsigned countBits(std::size_t K) { return static_cast<unsigned>(64 / K); }
+
     // Asked once, not at every division.
     void findShortcuts() {
         corrects_ = criterion_ != nullptr && criterion_->corrects();
@@ -144,8 +170,12 @@ private:
         W below[K];
         W above[K];
         W belowSum = 0;
+        constexpr unsigned bits = countBits(K);
+        constexpr std::uint64_t countMask =
+            bits == 64 ? ~std::uint64_t{0} : (std::uint64_t{1} << bits) - 1;
         for (std::size_t i = 0; i < K; ++i) {
-            below[i] = below_[i];
+            below[i] = repeatedSums_ != nullptr ? repeatedSums_[(counts_ >> (i * bits)) & countMask]
+                                                : below_[i];
             belowSum += below[i];
         }
         if (belowSum <= W(0)) {
@@ -182,6 +212,10 @@ private:
     bool corrects_ = false;
     const Gini<Y, W>* gini_ = nullptr;
     bool plainGini_ = false;
+    // While rows are counted (countRows): the counts, countShift_ bits each.
+    const W* repeatedSums_ = nullptr;
+    unsigned countShift_ = 0;
+    std::uint64_t counts_ = 0;
 };
 
 }  // namespace arbolin

@@ -2,7 +2,8 @@
 // in registers, each side's sum taken once) against Gini's kids() on the
 // same weights: the same number, bit for bit, at every position of a scan,
 // with weights whose sums round, for two to five classes (five takes the
-// general route), and the same ends where one side is empty.
+// general route), and the same ends where one side is empty; and the same
+// again when the rows of one weight are only counted.
 #include <bit>
 #include <cstdint>
 #include <random>
@@ -11,6 +12,7 @@
 
 #include <gtest/gtest.h>
 
+#include "columns/response_source.hpp"
 #include "criteria/classification_evaluator.hpp"
 #include "criteria/gini.hpp"
 
@@ -18,7 +20,8 @@ namespace arbolin {
 namespace {
 
 template <class W>
-void checkScan(std::uint64_t K, std::uint64_t n, bool sameWeights, std::mt19937_64& rng) {
+void checkScan(std::uint64_t K, std::uint64_t n, bool sameWeights, bool counted,
+               std::mt19937_64& rng) {
     std::vector<double> y(n);
     std::vector<W> w(n);
     for (std::uint64_t i = 0; i < n; ++i) {
@@ -34,6 +37,13 @@ void checkScan(std::uint64_t K, std::uint64_t n, bool sameWeights, std::mt19937_
     ClassificationSplitCriterionEvaluator<double, W> evaluator(
         y.data(), sameWeights ? nullptr : w.data(), totals, &gini,
         sameWeights ? W(1) / W(3) : W(0));
+    RowList rows(n);
+    for (std::uint64_t i = 0; i < n; ++i) rows[i] = i;
+    const ResponseSource<double, W> source(y.data(), w.data(), n, rows, true);
+    if (counted) {
+        ASSERT_NE(source.repeatedSums(), nullptr);
+        evaluator.countRows(source.repeatedSums(), n);
+    }
 
     ClassWeights<W> below(K, W(0));
     W c = W(-1);
@@ -65,8 +75,12 @@ TEST(ClassificationEvaluator, GiniInRegistersIsGiniKidsBitForBit) {
     for (std::uint64_t K : {2, 3, 4, 5}) {
         for (bool same : {false, true}) {
             for (int draw = 0; draw < 20; ++draw) {
-                checkScan<double>(K, 1 + rng() % 60, same, rng);
-                checkScan<float>(K, 1 + rng() % 60, same, rng);
+                checkScan<double>(K, 1 + rng() % 60, same, false, rng);
+                checkScan<float>(K, 1 + rng() % 60, same, false, rng);
+                if (same) {
+                    checkScan<double>(K, 1 + rng() % 60, same, true, rng);
+                    checkScan<float>(K, 1 + rng() % 60, same, true, rng);
+                }
             }
         }
     }
