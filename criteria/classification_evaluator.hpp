@@ -165,14 +165,16 @@ private:
     // evaluate() for Gini without a correction and K classes, the class
     // weights held in registers: the same operations in the same order,
     // each side's sum, taken once, serving as Gini's own sum.
+    // Unrolled, so that the weights stay in registers.
     template <std::size_t K>
-    EvalResult giniOf(W* result) {
+    [[gnu::always_inline]] EvalResult giniOf(W* result) {
         W below[K];
         W above[K];
         W belowSum = 0;
         constexpr unsigned bits = countBits(K);
         constexpr std::uint64_t countMask =
             bits == 64 ? ~std::uint64_t{0} : (std::uint64_t{1} << bits) - 1;
+#pragma GCC unroll 4
         for (std::size_t i = 0; i < K; ++i) {
             below[i] = repeatedSums_ != nullptr ? repeatedSums_[(counts_ >> (i * bits)) & countMask]
                                                 : below_[i];
@@ -182,6 +184,7 @@ private:
             return EvalResult::BelowEmpty;
         }
         W aboveSum = 0;
+#pragma GCC unroll 4
         for (std::size_t i = 0; i < K; ++i) {
             above[i] = totals_[i] - below[i];
             aboveSum += above[i];
@@ -191,6 +194,7 @@ private:
         }
         W qBelow = 0;
         W qAbove = 0;
+#pragma GCC unroll 4
         for (std::size_t i = 0; i < K; ++i) {
             const W p = below[i] / belowSum;
             qBelow += p * p;
