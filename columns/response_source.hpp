@@ -4,7 +4,8 @@
 // arrays as its data allow:
 // - when every weight is the same number, the weight is written, not read;
 // - when each class has one response value, a class is read as a two-byte
-//   code, from an array small enough to stay in cache, and looked up;
+//   code of one byte (two beyond 256 classes), from an array small enough
+//   to stay in cache, and looked up;
 // - otherwise response and weight stand side by side, one read for both.
 // Each form gives the copies the very values of the plain arrays.
 #pragma once
@@ -72,7 +73,7 @@ public:
     bool sameWeights() const { return sameWeights_; }
     // The weight of every row, when sameWeights().
     W weight() const { return weight_; }
-    bool coded() const { return !codes_.empty(); }
+    bool coded() const { return !codes_.empty() || !byteCodes_.empty(); }
     // In classification with one weight for every row: entry c holds c of
     // that weight added one by one from zero, the weight of a class with c
     // rows as any scan sums it. Else null.
@@ -83,20 +84,10 @@ private:
     void gatherInto(const Index* rows, std::size_t n, Y* yo, W* wo, Index mask) const {
         // Far ahead: each row is a miss in data larger than the caches.
         constexpr std::size_t ahead = 64;
-        if (!codes_.empty()) {
-            const std::uint16_t* codes = codes_.data();
-            const Y* values = classValues_.data();
-            for (std::size_t i = 0; i < n; ++i) {
-                prefetchAhead<std::uint16_t, ahead, Index>(codes, rows, i, n, mask);
-                if (!sameWeights_) {
-                    prefetchAhead<W, ahead, Index>(w_, rows, i, n, mask);
-                }
-                const std::uint64_t r = rows[i] & mask;
-                yo[i] = values[codes[r]];
-                if constexpr (WriteWeights) {
-                    wo[i] = sameWeights_ ? weight_ : w_[r];
-                }
-            }
+        if (!byteCodes_.empty()) {
+            gatherCoded<WriteWeights>(byteCodes_.data(), rows, n, yo, wo, mask);
+        } else if (!codes_.empty()) {
+            gatherCoded<WriteWeights>(codes_.data(), rows, n, yo, wo, mask);
         } else if (sameWeights_) {
             for (std::size_t i = 0; i < n; ++i) {
                 prefetchAhead<Y, ahead, Index>(y_, rows, i, n, mask);
@@ -116,6 +107,31 @@ private:
                     wo[i] = pairs[r].w;
                 }
             }
+        }
+    }
+
+    template <bool WriteWeights, class Code, class Index>
+    void gatherCoded(const Code* codes, const Index* rows, std::size_t n, Y* yo, W* wo,
+                     Index mask) const {
+        constexpr std::size_t ahead = 64;
+        const Y* values = classValues_.data();
+        auto copy = [&]<bool SameWeights>() {
+            for (std::size_t i = 0; i < n; ++i) {
+                prefetchAhead<Code, ahead, Index>(codes, rows, i, n, mask);
+                if constexpr (!SameWeights) {
+                    prefetchAhead<W, ahead, Index>(w_, rows, i, n, mask);
+                }
+                const std::uint64_t r = rows[i] & mask;
+                yo[i] = values[codes[r]];
+                if constexpr (WriteWeights) {
+                    wo[i] = SameWeights ? weight_ : w_[r];
+                }
+            }
+        };
+        if (sameWeights_) {
+            copy.template operator()<true>();
+        } else {
+            copy.template operator()<false>();
         }
     }
 
@@ -146,7 +162,11 @@ private:
             }
             codes[r] = static_cast<std::uint16_t>(k);
         }
-        codes_.swap(codes);
+        if (values.size() <= 256) {
+            byteCodes_.assign(codes.begin(), codes.end());
+        } else {
+            codes_.swap(codes);
+        }
         classValues_.swap(values);
     }
 
@@ -155,6 +175,7 @@ private:
     bool sameWeights_ = false;
     W weight_ = 0;
     ScalableVector<std::uint16_t> codes_;
+    ScalableVector<std::uint8_t> byteCodes_;  // in place of codes_ up to 256 classes
     ScalableVector<Y> classValues_;
     ScalableVector<ResponseWeight<Y, W>> pairs_;
     ScalableVector<W> repeatedSums_;

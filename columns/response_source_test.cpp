@@ -19,26 +19,29 @@ struct Data {
     std::vector<double> y, w;
 };
 
-Data makeData(std::uint64_t n, bool classes, bool sameWeights) {
+// `classes` classes, or a regression response for 0.
+Data makeData(std::uint64_t n, std::uint64_t classes, bool sameWeights) {
     std::mt19937_64 rng(3);
     std::normal_distribution<double> normal;
     Data d;
     for (std::uint64_t i = 0; i < n; ++i) {
-        d.y.push_back(classes ? static_cast<double>(rng() % 5) : normal(rng));
+        d.y.push_back(classes > 0 ? static_cast<double>(rng() % classes) : normal(rng));
         d.w.push_back(sameWeights ? 0.1 : 0.5 + (rng() % 7));
     }
     return d;
 }
 
-// Gathers a shuffled subset through 64- and 32-bit row numbers and checks
-// every copied value bit for bit; with one weight for all, also without
-// copying weights, where weight() must be that weight.
+// Gathers a shuffled subset through 64- and 32-bit row numbers (these with
+// other bits above the row, masked off) and checks every copied value bit
+// for bit; with one weight for all, also without copying weights, where
+// weight() must be that weight.
 void expectExactCopies(const Data& d, const ResponseSource<double, double>& source) {
     const std::uint64_t n = d.y.size();
     std::vector<std::uint64_t> rows(n / 2);
     std::iota(rows.begin(), rows.end(), std::uint64_t{n / 4});
     std::shuffle(rows.begin(), rows.end(), std::mt19937_64(9));
-    const std::vector<std::uint32_t> narrow(rows.begin(), rows.end());
+    std::vector<std::uint32_t> narrow(rows.begin(), rows.end());
+    for (std::uint32_t& r : narrow) r |= static_cast<std::uint32_t>(r % 4) << 30;
     for (int pass = 0; pass < 4; ++pass) {
         const bool weights = pass < 2;
         if (!weights && !source.sameWeights()) break;
@@ -47,7 +50,7 @@ void expectExactCopies(const Data& d, const ResponseSource<double, double>& sour
         if (pass % 2 == 0) {
             source.gather(rows.data(), rows.size(), yo.data(), w);
         } else {
-            source.gather(narrow.data(), rows.size(), yo.data(), w);
+            source.gather(narrow.data(), rows.size(), yo.data(), w, (std::uint32_t{1} << 30) - 1);
         }
         for (std::size_t i = 0; i < rows.size(); ++i) {
             const std::uint64_t r = rows[i];
@@ -66,17 +69,17 @@ RowList allRows(std::uint64_t n) {
 
 TEST(ResponseSource, EveryFormCopiesThePlainValues) {
     struct Case {
-        bool classes;
+        std::uint64_t classes;  // one-byte codes up to 256, two bytes beyond
         bool sameWeights;
     };
-    for (const Case c : {Case{true, true}, Case{true, false}, Case{false, true},
-                         Case{false, false}}) {
-        SCOPED_TRACE(std::string(c.classes ? "classes" : "regression") +
+    for (const Case c : {Case{5, true}, Case{5, false}, Case{300, true}, Case{300, false},
+                         Case{0, true}, Case{0, false}}) {
+        SCOPED_TRACE(std::to_string(c.classes) + " classes" +
                      (c.sameWeights ? ", one weight" : ", weights vary"));
         const Data d = makeData(4000, c.classes, c.sameWeights);
         const ResponseSource<double, double> source(d.y.data(), d.w.data(), 4000, allRows(4000),
-                                                    c.classes);
-        EXPECT_EQ(source.coded(), c.classes);
+                                                    c.classes > 0);
+        EXPECT_EQ(source.coded(), c.classes > 0);
         EXPECT_EQ(source.sameWeights(), c.sameWeights);
         expectExactCopies(d, source);
     }
@@ -87,7 +90,7 @@ TEST(ResponseSource, EveryFormCopiesThePlainValues) {
 TEST(ResponseSource, ClassesThatACodeCannotCarryKeepThePlainArrays) {
     for (const double odd : {-0.0, std::nan(""), 2.5, -1.0, 1e300}) {
         SCOPED_TRACE(odd);
-        Data d = makeData(1000, true, true);
+        Data d = makeData(1000, 5, true);
         d.y[0] = 0.0;
         d.y[500] = odd;
         const ResponseSource<double, double> source(d.y.data(), d.w.data(), 1000, allRows(1000),
@@ -96,7 +99,7 @@ TEST(ResponseSource, ClassesThatACodeCannotCarryKeepThePlainArrays) {
         expectExactCopies(d, source);
     }
     // A weight differing in its last bit is a different weight.
-    Data d = makeData(1000, true, true);
+    Data d = makeData(1000, 5, true);
     d.w[700] = std::nextafter(d.w[700], 1.0);
     const ResponseSource<double, double> source(d.y.data(), d.w.data(), 1000, allRows(1000), true);
     EXPECT_FALSE(source.sameWeights());
