@@ -80,9 +80,12 @@ public:
     template <class Sink>
     void walkDivisions(Sink& sink);
     // walkDivisions over lent rows whose steps tell their ties: values are
-    // read only where two are neighbours.
+    // read only where two are neighbours. Not with the walk's trace.
     template <class Sink>
     void walkDivisionsBySteps(Sink& sink);
+    bool walksBySteps() const {
+        return lent_ && verbosity_ <= 3 && sortedRows_->stepsTellTies(predictor_);
+    }
     void exhaustiveSearch();
     // divide() and exhaustiveSearch() of a numeric column over its ordered
     // copies in one walk, each division evaluated as it is found; no list
@@ -270,8 +273,9 @@ template <class X, class Y, class W>
 void IndexedColumn<X, Y, W>::gatherOrdered() {
     const std::size_t n = presentSize();
     // The division walk first reads the values at both ends, one at a time:
-    // fetched now, they arrive while the responses are copied.
-    if (n >= 2 * minLeaf_ && n >= 4) {
+    // fetched now, they arrive while the responses are copied. Not so when
+    // the kept order's steps tell the ties.
+    if (n >= 2 * minLeaf_ && n >= 4 && !walksBySteps()) {
         for (const std::uint64_t p : {std::uint64_t{0}, minLeaf_ - 1, minLeaf_, minLeaf_ + 1,
                                       n - minLeaf_ - 1, n - minLeaf_, n - 1}) {
             __builtin_prefetch(x_ + (lent_ ? lentRowAt(p) : (*present_)[p]));

@@ -41,7 +41,7 @@ void IndexedColumn<X, Y, W>::divideNumeric() {
 template <class X, class Y, class W>
 template <class Sink>
 void IndexedColumn<X, Y, W>::walkDivisions(Sink& sink) {
-    if (lent_ && verbosity_ <= 3 && sortedRows_->stepsTellTies(predictor_)) {
+    if (walksBySteps()) {
         walkDivisionsBySteps(sink);
         return;
     }
@@ -198,7 +198,12 @@ void IndexedColumn<X, Y, W>::walkDivisionsBySteps(Sink& sink) {
         return over == Step::Equal;
     };
 
-    if (isTied(x(0), x(n - 1))) {
+    // Whole range: rarely is the first step not already Far.
+    Step whole = Step::Equal;
+    for (std::uint64_t p = 1; p < n && whole != Step::Far; ++p) {
+        whole = highest(whole, step(p));
+    }
+    if (tied(whole, 0, n - 1)) {
         return;
     }
     const bool deltaclass = responseChanges(*this, 0, m);
