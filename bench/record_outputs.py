@@ -108,8 +108,17 @@ def cases():
     out.append(("large-minleaf", inputs(Xb, Yb, Wb, Cb, min_leaf=150, min_parent=300), None))
     Xb, Yb, Wb, Cb = data(51, n=6000, d=5, nominal=(3,), regression=True)
     out.append(("large-mse", inputs(Xb, Yb, Wb, Cb, criterion="mse", max_splits=60), None))
+    # One weight for every row, the usual case: the scans count class rows
+    # and look their weight up; 5 classes take the general route.
+    for k in (2, 3, 4, 5):
+        Xo, Yo, _, Co = data(60 + k, n=3000, d=4, k=k, ties=k == 3)
+        out.append((f"one-weight-k{k}", inputs(Xo, Yo, np.full(3000, 1 / 3000), Co), None))
+    Xo, Yo, _, Co = data(66, n=3000, d=4, regression=True)
+    out.append(("one-weight-mse", inputs(Xo, Yo, np.full(3000, 1 / 3000), Co, criterion="mse"),
+                None))
     single = []
-    for name, args, functions in out[:8] + out[13:15]:
+    for name, args, functions in (out[:8] + out[13:15] +
+                                  [c for c in out if c[0].startswith("one-weight")]):
         a = list(args)
         a[0], a[1], a[2] = (np.asarray(v, np.float32) for v in a[:3])
         if isinstance(a[13], np.ndarray) and a[13].size:

@@ -3,6 +3,7 @@
 // kept order of rows against a sort at every node, and the nodes of a layer
 // searched at once against one after another, with predictors drawn from a
 // stream as well.
+#include <algorithm>
 #include <bit>
 #include <cmath>
 #include <random>
@@ -137,13 +138,17 @@ TEST(KeptOrder, GrowsTheTreeThatSortingAtEveryNodeGrows) {
         const char* criterion;
         std::uint64_t surrogates;
         bool infinity = false;
+        bool oneWeight = false;  // the kept order's scans then count class rows
     };
     for (const Case c : {Case{"gini", 0}, Case{"deviance", 2}, Case{"mse", 0}, Case{"mse", 3},
-                         Case{"gini", 0, true}, Case{"mse", 0, true}}) {
+                         Case{"gini", 0, true}, Case{"mse", 0, true}, Case{"gini", 0, false, true},
+                         Case{"deviance", 2, false, true}, Case{"mse", 0, false, true}}) {
         SCOPED_TRACE(std::string(c.criterion) + " with " + std::to_string(c.surrogates) +
-                     " surrogates" + (c.infinity ? ", an infinite value" : ""));
+                     " surrogates" + (c.infinity ? ", an infinite value" : "") +
+                     (c.oneWeight ? ", one weight" : ""));
         const bool regression = std::string(c.criterion) == "mse";
-        const Data data = makeData(2500, regression, c.infinity);
+        Data data = makeData(2500, regression, c.infinity);
+        if (c.oneWeight) std::fill(data.w.begin(), data.w.end(), 1.0 / 2500);
         const auto criteria =
             SplitCriteriaFactory<double, double>::make(c.criterion, nullptr, "", "");
         const auto kept = grow(data, criteria, c.surrogates, {});
@@ -173,8 +178,8 @@ TEST(LayerSearch, NodesSearchedAtOnceGrowTheTreeOfANodeByNodePass) {
         EXPECT_GT(together->nodes.size(), 100u);
         expectSameTrees(*together, *oneByOne);
         // Without the kept order as well.
-        const auto sorted = grow(data, criteria, c.surrogates,
-                                 {.keepOrder = false, .sampleSize = c.sampleSize});
+        const auto sorted =
+            grow(data, criteria, c.surrogates, {.keepOrder = false, .sampleSize = c.sampleSize});
         expectSameTrees(*together, *sorted);
     }
 }
