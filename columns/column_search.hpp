@@ -171,7 +171,7 @@ void IndexedColumn<X, Y, W>::divideAndSearch() {
         }
         ClassificationSplitCriterionEvaluator<Y, W> evaluator(yOrdered_.data(), w, Ptot,
                                                               classCriterion_, orderedWeight_);
-        if (w == nullptr && responses_ != nullptr) {
+        if (responses_ != nullptr) {
             evaluator.countRows(responses_->repeatedSums(), n);
         }
         finish(evaluator);

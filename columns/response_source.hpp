@@ -3,9 +3,9 @@
 // once the data outgrow the caches, so the tree reads as few and as small
 // arrays as its data allow:
 // - when every weight is the same number, the weight is written, not read;
-// - when each class has one response value, a class is read as a two-byte
-//   code of one byte (two beyond 256 classes), from an array small enough
-//   to stay in cache, and looked up;
+// - when each class has one response value, a class is read as a code of
+//   one byte (two beyond 256 classes), from an array small enough to stay
+//   in cache, and looked up;
 // - otherwise response and weight stand side by side, one read for both.
 // Each form gives the copies the very values of the plain arrays.
 #pragma once
@@ -80,10 +80,11 @@ public:
     const W* repeatedSums() const { return repeatedSums_.empty() ? nullptr : repeatedSums_.data(); }
 
 private:
+    // Far ahead: each row is a miss in data larger than the caches.
+    static constexpr std::size_t ahead = 64;
+
     template <bool WriteWeights, class Index>
     void gatherInto(const Index* rows, std::size_t n, Y* yo, W* wo, Index mask) const {
-        // Far ahead: each row is a miss in data larger than the caches.
-        constexpr std::size_t ahead = 64;
         if (!byteCodes_.empty()) {
             gatherCoded<WriteWeights>(byteCodes_.data(), rows, n, yo, wo, mask);
         } else if (!codes_.empty()) {
@@ -113,7 +114,6 @@ private:
     template <bool WriteWeights, class Code, class Index>
     void gatherCoded(const Code* codes, const Index* rows, std::size_t n, Y* yo, W* wo,
                      Index mask) const {
-        constexpr std::size_t ahead = 64;
         const Y* values = classValues_.data();
         auto copy = [&]<bool SameWeights>() {
             for (std::size_t i = 0; i < n; ++i) {

@@ -105,20 +105,14 @@ SplitRows Node<X, Y, W>::searchPredictors(const RowList& rows, NodeOrder<X> orde
 
     // With one weight for all rows, a class's total over the rows of a column
     // that has them all is that weight added once per row of the class, in
-    // whatever order: worked out here once, not by every column.
+    // whatever order: looked up here once, not summed by every column.
     ClassWeights<W> uniformTotals;
-    if (classificationCriterion != nullptr && s.responses != nullptr &&
-        s.responses->sameWeights() &&
+    const W* repeatedSums = s.responses != nullptr ? s.responses->repeatedSums() : nullptr;
+    if (classificationCriterion != nullptr && repeatedSums != nullptr &&
         (sizeof(Y) >= sizeof(double) || NodeSize < (std::uint64_t{1} << 24))) {
-        const W weight = s.responses->weight();
         uniformTotals.assign(K, W(0));
         for (std::size_t k = 0; k < K; ++k) {
-            const auto count = static_cast<std::uint64_t>(ClassCount[k]);
-            W total = 0;
-            for (std::uint64_t i = 0; i < count; ++i) {
-                total += weight;
-            }
-            uniformTotals[k] = total;
+            uniformTotals[k] = repeatedSums[static_cast<std::uint64_t>(ClassCount[k])];
         }
     }
 
